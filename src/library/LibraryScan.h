@@ -1,0 +1,33 @@
+#pragma once
+// What counts as a note, and the one walk of the library that finds them.
+
+#include "library/NoteRecord.h"
+#include "platform/Time.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vorlo::library {
+
+// A note file as the scan admitted it: its bytes from the one read that also gives the revision.
+struct NoteFile {
+    std::string relativePath;
+    std::string bytes; // valid UTF-8, at most kMaximumNoteBytes
+    std::optional<Timestamp> modified;
+};
+
+// Walks the library depth-first, in the file system's own order, and hands every admitted note
+// file to `visit`, in that order. Throws ServerError "The selected Vorlo library could not be read."
+// when the library cannot be opened; nothing else fails the walk.
+void walkNoteFiles(const std::string& libraryPath, const std::function<void(NoteFile&&)>& visit);
+
+// The note file that a full walk would yield first among those whose relative path compares equal
+// to `relativePath` ignoring case; absent when there is none.
+std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string_view relativePath);
+
+// Hashes and parses an admitted file into its record.
+NoteRecord makeRecord(NoteFile&& file);
+
+} // namespace vorlo::library

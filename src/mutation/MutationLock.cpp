@@ -1,0 +1,203 @@
+// The library mutation lock: its owner record, acquisition, release and the abandonment rule.
+#include "mutation/MutationLock.h"
+
+#include "platform/Errors.h"
+#include "platform/Files.h"
+#include "platform/Json.h"
+#include "platform/Process.h"
+#include "platform/Text.h"
+#include "tools/Limits.h"
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+
+namespace vorlo {
+namespace {
+
+constexpr std::string_view kLockName = "Library Mutation.lock";
+constexpr std::string_view kOwnerName = "Owner.json";
+constexpr int kAttempts = 101; // 100 sleeps of 10 ms: about one second of waiting
+constexpr int kPollMilliseconds = 10;
+// A holder can count on the lock for this long; after it any waiter may take the lock over.
+constexpr double kLongestHoldSeconds = 300.0;
+// A lock folder stays without a record only between its creation and the record's rename into it.
+constexpr double kLongestRecordlessSeconds = 2.0;
+
+// Messages name the locks folder as the user sees it from the library, never by absolute path.
+// It is always "<library>/Vorlo Data/Locks", so its last two components are that name.
+std::string displayName(const std::string& locksDirectory) {
+    const std::string_view path = locksDirectory;
+    const std::size_t last = path.rfind('/');
+    if (last == std::string_view::npos || last == 0) return locksDirectory;
+    const std::size_t previous = path.rfind('/', last - 1);
+    return std::string(previous == std::string_view::npos ? path : path.substr(previous + 1));
+}
+
+std::optional<MCPMutationLockOwner> readRecord(const std::string& ownerPath) {
+    auto contents = fs::readRegularFile(ownerPath, kMaximumLockRecordBytes);
+    if (!contents) return std::nullopt;
+    return MCPMutationLockOwner::decode(contents->bytes);
+}
+
+std::optional<Timestamp> modificationDate(const std::string& path) {
+    const auto status = fs::linkStatus(path);
+    return status ? status->modified : std::nullopt;
+}
+
+// What a waiter saw of a lock when it judged it. The same view taken again just before the lock is
+// moved aside tells whether the lock changed hands in between.
+struct LockView {
+    std::optional<std::string> recordBytes;
+    std::optional<Timestamp> recordDate;
+    std::optional<Timestamp> lockDate;
+    bool operator==(const LockView&) const = default;
+};
+
+LockView viewLock(const std::string& lockPath, const std::string& ownerPath) {
+    LockView view;
+    if (auto contents = fs::readRegularFile(ownerPath, kMaximumLockRecordBytes)) view.recordBytes = contents->bytes;
+    view.recordDate = modificationDate(ownerPath);
+    view.lockDate = modificationDate(lockPath);
+    return view;
+}
+
+} // namespace
+
+std::string MCPMutationLockOwner::encode() const {
+    Json record = Json::object(); // keys come out sorted: createdAt, hostID, hostName, processID, token
+    record["createdAt"] = formatIso8601(createdAt);
+    if (hostID) record["hostID"] = *hostID;
+    record["hostName"] = hostName;
+    record["processID"] = processID;
+    record["token"] = token.text();
+    return writePrettyJson(record);
+}
+
+std::optional<MCPMutationLockOwner> MCPMutationLockOwner::decode(std::string_view bytes) {
+    if (bytes.size() > kMaximumLockRecordBytes) return std::nullopt;
+    const auto document = parseJsonDocument(bytes);
+    if (!document || !document->is_object()) return std::nullopt;
+    const Json& record = *document;
+
+    const auto token = record.find("token");
+    const auto processID = record.find("processID");
+    const auto hostName = record.find("hostName");
+    const auto createdAt = record.find("createdAt");
+    if (token == record.end() || !token->is_string() || processID == record.end() ||
+        !processID->is_number_integer() || hostName == record.end() || !hostName->is_string() ||
+        createdAt == record.end() || !createdAt->is_string())
+        return std::nullopt;
+
+    MCPMutationLockOwner owner;
+    const auto uuid = Uuid::parse(token->get_ref<const std::string&>());
+    if (!uuid) return std::nullopt;
+    owner.token = *uuid;
+
+    if (processID->is_number_unsigned()) {
+        if (processID->get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
+            return std::nullopt;
+        owner.processID = static_cast<int>(processID->get<std::uint64_t>());
+    } else {
+        const auto value = processID->get<std::int64_t>();
+        if (value < std::numeric_limits<std::int32_t>::min() || value > std::numeric_limits<std::int32_t>::max())
+            return std::nullopt;
+        owner.processID = static_cast<int>(value);
+    }
+
+    owner.hostName = hostName->get<std::string>();
+
+    const auto date = parseIso8601(createdAt->get_ref<const std::string&>());
+    if (!date) return std::nullopt;
+    owner.createdAt = *date;
+
+    // An optional key that is present but null counts as absent; any other type spoils the record.
+    if (const auto hostID = record.find("hostID"); hostID != record.end() && !hostID->is_null()) {
+        if (!hostID->is_string()) return std::nullopt;
+        owner.hostID = hostID->get<std::string>();
+    }
+    return owner;
+}
+
+MCPMutationLock::MCPMutationLock(std::string locksDirectory)
+    : locksDirectory_(std::move(locksDirectory)), lockPath_(fs::joinPath(locksDirectory_, kLockName)),
+      ownerPath_(fs::joinPath(lockPath_, kOwnerName)),
+      owner_{Uuid::random(), process::currentProcessId(), process::hostName(), std::nullopt, currentTime()} {}
+
+void MCPMutationLock::acquire() {
+    if (const int error = fs::makeDirectories(locksDirectory_); error != 0)
+        throwFileFailure("folder", displayName(locksDirectory_), "created", error);
+
+    const std::string record = owner_.encode();
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        // Creating the folder is the atomic step: of any number of processes, exactly one succeeds.
+        if (fs::makeDirectory(lockPath_) == 0) {
+            // The record arrives by rename, so a waiter finds a whole record or none.
+            if (fs::replaceFileAtomically(ownerPath_, record, 0600) == 0) {
+                acquired_ = true;
+                return;
+            }
+            // A lock without a record would stall everyone for two seconds; take it away again.
+            fs::removeTree(lockPath_);
+        }
+        // Every failed attempt is treated alike, whatever its cause: only the state on disk counts.
+        if (recoverAbandonedLockIfNeeded()) continue;
+        if (attempt < kAttempts) process::sleepMilliseconds(kPollMilliseconds);
+    }
+    throw ServerError("The Vorlo library is busy. Wait a moment and try again.");
+}
+
+bool MCPMutationLock::recoverAbandonedLockIfNeeded() noexcept {
+    try {
+        if (!fs::exists(lockPath_)) return true;
+
+        const LockView judged = viewLock(lockPath_, ownerPath_);
+        const auto record =
+            judged.recordBytes ? MCPMutationLockOwner::decode(*judged.recordBytes) : std::nullopt;
+
+        // The file's own date outranks the date written inside it: it is the time the record
+        // really reached the disk, which a clock in another process cannot misstate.
+        Timestamp reference = kDistantPast;
+        if (judged.recordDate) reference = *judged.recordDate;
+        else if (record) reference = record->createdAt;
+        else if (judged.lockDate) reference = *judged.lockDate;
+        const double age = std::chrono::duration<double>(currentTime() - reference).count();
+
+        bool abandoned = false;
+        if (!record) abandoned = age > kLongestRecordlessSeconds;
+        else if (text::caseInsensitiveEqual(record->hostName, owner_.hostName))
+            abandoned = process::processIsGone(record->processID) || age > kLongestHoldSeconds;
+        else abandoned = age > kLongestHoldSeconds; // another machine's process cannot be examined
+        if (!abandoned) return false;
+
+        // Between the judgement and the move another waiter may have cleared this lock and a new
+        // owner taken the name. Looking once more right before the move narrows that window to
+        // almost nothing; if anything changed, the next attempt judges the new lock afresh.
+        if (!(viewLock(lockPath_, ownerPath_) == judged)) return !fs::exists(lockPath_);
+
+        const std::string aside = fs::joinPath(locksDirectory_, "Abandoned " + Uuid::random().text());
+        if (fs::renameEntry(lockPath_, aside) == 0 && fs::removeTree(aside) == 0) return true;
+        return !fs::exists(lockPath_);
+    } catch (...) {
+        // Recovery is advisory: whatever went wrong, what stands at the lock's name decides.
+        return !fs::exists(lockPath_);
+    }
+}
+
+void MCPMutationLock::release() noexcept {
+    if (!acquired_) return;
+    acquired_ = false;
+    try {
+        // A record with another token means this process was judged abandoned and someone else
+        // holds the lock now. A missing or unreadable record leaves the lock to us: nobody else
+        // could have written it without taking the lock first.
+        if (const auto record = readRecord(ownerPath_); record && !(record->token == owner_.token)) return;
+        // The rename frees the name in one step; the slower removal runs after others may acquire.
+        const std::string aside = fs::joinPath(locksDirectory_, "Released " + owner_.token.text());
+        if (fs::renameEntry(lockPath_, aside) == 0) fs::removeTree(aside);
+    } catch (...) {
+        // Release never fails the work it guards; a lock left behind falls to the abandonment rule.
+    }
+}
+
+} // namespace vorlo

@@ -1,0 +1,110 @@
+#pragma once
+// The file system, as the rest of the system may use it. Paths are absolute or relative to the
+// working folder, as given; nothing here follows a symbolic link unless its name says so.
+
+#include "platform/Time.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vorlo::fs {
+
+// An owned file descriptor, closed on destruction.
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept;
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+    ~UniqueFd();
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    int release();
+
+private:
+    int fd_ = -1;
+};
+
+enum class EntryKind { RegularFile, Directory, SymbolicLink, Other };
+
+struct FileStatus {
+    EntryKind kind = EntryKind::Other;
+    std::uint64_t size = 0;
+    std::optional<Timestamp> modified;
+};
+
+// Status of the entry itself (a final symbolic link is not followed). Absent when the entry cannot
+// be examined; `errorNumber`, when given, receives errno.
+std::optional<FileStatus> linkStatus(const std::string& path, int* errorNumber = nullptr);
+bool exists(const std::string& path);
+
+// Reads a whole regular file without following a final link or blocking on a FIFO. Absent when the
+// entry is no regular file, holds more than `maximumBytes`, or cannot be read; `errorNumber`
+// receives errno, or EFBIG when over the limit, or EINVAL when no regular file.
+struct FileContents {
+    std::string bytes;
+    std::optional<Timestamp> modified;
+};
+std::optional<FileContents> readRegularFile(const std::string& path, std::uint64_t maximumBytes,
+                                            int* errorNumber = nullptr);
+// The same, for `name` inside the open folder `directoryFd`.
+std::optional<FileContents> readRegularFileAt(int directoryFd, const char* name, std::uint64_t maximumBytes,
+                                              int* errorNumber = nullptr);
+
+// One level of a folder, hidden entries left out, in the order the file system gives. Absent when
+// the folder cannot be opened. The kind is that of each entry itself.
+struct DirectoryEntry {
+    std::string name;
+    EntryKind kind = EntryKind::Other;
+};
+std::optional<std::vector<DirectoryEntry>> listDirectory(const std::string& path);
+
+// Hidden: the name begins with "." (on macOS, also the hidden flag).
+bool isHiddenName(std::string_view name);
+
+// Opens a folder for walking, never through a symbolic link.
+UniqueFd openDirectory(const std::string& path);
+UniqueFd openDirectoryAt(int parentFd, const char* name);
+
+// Creates one folder with mode 0700 whatever the umask. Returns 0 or errno (EEXIST included).
+int makeDirectory(const std::string& path);
+// Creates the folder and any missing parents, each with mode 0700. Returns 0 or errno; an
+// existing folder is no failure.
+int makeDirectories(const std::string& path);
+
+// Returns 0 or errno.
+int changeMode(const std::string& path, unsigned mode);
+int renameEntry(const std::string& from, const std::string& to);
+// Moves only if nothing exists at `to` (EEXIST otherwise).
+int renameNoReplace(const std::string& from, const std::string& to);
+// Removes a file, or a folder with all it holds, never following a symbolic link. Returns 0 or errno.
+int removeTree(const std::string& path);
+
+// Writes `bytes` to a temporary hidden file beside `path` (".Vorlo MCP <UUID>.tmp"), flushes it,
+// sets `mode`, and renames it over `path`, then flushes the folder. The temporary file is gone on
+// every way out. Returns 0 or errno.
+int replaceFileAtomically(const std::string& path, std::string_view bytes, unsigned mode);
+// The same, but the final move never replaces anything: EEXIST when `path` is taken.
+int createFileAtomically(const std::string& path, std::string_view bytes, unsigned mode);
+
+// Lexical: drops "." components, resolves ".." lexically, drops a trailing "/".
+std::string standardizedPath(std::string_view path);
+// Symbolic links resolved in the longest existing prefix, the rest appended lexically.
+std::string resolvedPath(const std::string& path);
+// Absolute form of a path taken from the working folder, unchanged otherwise.
+std::string absolutePath(const std::string& path);
+// True when `path` equals `root` or lies below it, after `standardizedPath` of both.
+bool isDescendantPath(std::string_view path, std::string_view root);
+
+std::string joinPath(std::string_view base, std::string_view component);
+std::string_view lastComponent(std::string_view path);
+// The extension after the last "." of the last component; empty when there is none.
+std::string_view pathExtension(std::string_view path);
+
+} // namespace vorlo::fs

@@ -1,0 +1,21 @@
+#pragma once
+// Folders examined through an open descriptor, for walks in which no step may follow a link that
+// was swapped in after the folder was opened.
+
+#include "platform/Files.h"
+
+#include <optional>
+#include <vector>
+
+namespace vorlo::fs {
+
+// One level of the open folder `directoryFd`, hidden entries left out, in the order the file system
+// gives. A kind comes from the listing itself, or from the entry (a final link not followed) where the
+// file system gives none; an entry that cannot be examined is Other. Absent when the folder cannot be
+// read. The descriptor stays open and is not moved.
+std::optional<std::vector<DirectoryEntry>> listDirectoryAt(int directoryFd);
+
+// Status of `name` in the open folder, a final link not followed; absent when it cannot be examined.
+std::optional<FileStatus> linkStatusAt(int directoryFd, const char* name);
+
+} // namespace vorlo::fs

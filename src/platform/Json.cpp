@@ -1,0 +1,144 @@
+// JSON through nlohmann/json, with the guards its defaults lack.
+#include "platform/Json.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace vorlo {
+namespace {
+
+// Bracket depth outside strings. nlohmann parses iteratively, but copying and destroying a value
+// recurse, so depth must be bounded before a value is ever built.
+bool nestsWithin(std::string_view text, std::size_t limit) {
+    std::size_t depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > limit) return false;
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return true;
+}
+
+void appendHeaderEscaped(std::string& out, std::string_view text) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    out += '"';
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
+        switch (c) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '/': out += "\\/"; break;
+        case '\b': out += "\\b"; break;
+        case '\f': out += "\\f"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default:
+            if (c < 0x20) {
+                out += "\\u00";
+                out += kHex[c >> 4];
+                out += kHex[c & 0xF];
+            } else {
+                out += ch;
+            }
+        }
+    }
+    out += '"';
+}
+
+std::optional<Json> parseAny(std::string_view text) {
+    if (std::memchr(text.data(), '\0', text.size()) != nullptr) return std::nullopt;
+    if (!nestsWithin(text, kMaximumJsonNesting)) return std::nullopt;
+    Json value = Json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
+    if (value.is_discarded()) return std::nullopt;
+    return value;
+}
+
+} // namespace
+
+std::optional<Json> parseJsonDocument(std::string_view text) {
+    auto value = parseAny(text);
+    if (!value || !(value->is_object() || value->is_array())) return std::nullopt;
+    return value;
+}
+
+std::optional<std::string> writeCompactJson(const Json& value) {
+    try {
+        return value.dump();
+    } catch (const Json::exception&) {
+        return std::nullopt; // a string that is not UTF-8: the reply cannot be written
+    }
+}
+
+std::string writePrettyJson(const Json& value) {
+    try {
+        return value.dump(2);
+    } catch (const Json::exception&) {
+        return "{}";
+    }
+}
+
+std::string encodeHeaderJsonString(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + 2);
+    appendHeaderEscaped(out, text);
+    return out;
+}
+
+std::string encodeHeaderJsonStringArray(const std::vector<std::string>& strings) {
+    std::string out = "[";
+    for (std::size_t i = 0; i < strings.size(); ++i) {
+        if (i > 0) out += ',';
+        appendHeaderEscaped(out, strings[i]);
+    }
+    out += ']';
+    return out;
+}
+
+std::optional<std::string> decodeJsonString(std::string_view text) {
+    auto value = parseAny(text);
+    if (!value || !value->is_string()) return std::nullopt;
+    return value->get<std::string>();
+}
+
+std::optional<std::vector<std::string>> decodeJsonStringArray(std::string_view text) {
+    auto value = parseAny(text);
+    if (!value || !value->is_array()) return std::nullopt;
+    std::vector<std::string> strings;
+    strings.reserve(value->size());
+    for (const auto& element : *value) {
+        if (!element.is_string()) return std::nullopt;
+        strings.push_back(element.get<std::string>());
+    }
+    return strings;
+}
+
+bool isNumberOrBoolean(const Json& value) { return value.is_number() || value.is_boolean(); }
+
+long long integerValue(const Json& value) {
+    if (value.is_boolean()) return value.get<bool>() ? 1 : 0;
+    if (value.is_number_integer()) return value.get<long long>();
+    if (value.is_number_unsigned()) {
+        const auto u = value.get<unsigned long long>();
+        return u > static_cast<unsigned long long>(std::numeric_limits<long long>::max())
+                   ? std::numeric_limits<long long>::max()
+                   : static_cast<long long>(u);
+    }
+    const double d = value.get<double>();
+    if (std::isnan(d)) return 0;
+    if (d >= 9.2233720368547758e18) return std::numeric_limits<long long>::max();
+    if (d <= -9.2233720368547758e18) return std::numeric_limits<long long>::min();
+    return static_cast<long long>(std::trunc(d));
+}
+
+} // namespace vorlo

@@ -1,0 +1,13 @@
+// The test binary's entry: the same locale choice as the server's, then every test.
+#include "platform/Text.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);
+    vorlo::text::adoptLocaleFromEnvironment();
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
