@@ -127,13 +127,14 @@ bool isNumberOrBoolean(const Json& value) { return value.is_number() || value.is
 
 long long integerValue(const Json& value) {
     if (value.is_boolean()) return value.get<bool>() ? 1 : 0;
-    if (value.is_number_integer()) return value.get<long long>();
+    // nlohmann counts unsigned numbers as integers too, so they are told apart first.
     if (value.is_number_unsigned()) {
         const auto u = value.get<unsigned long long>();
         return u > static_cast<unsigned long long>(std::numeric_limits<long long>::max())
                    ? std::numeric_limits<long long>::max()
                    : static_cast<long long>(u);
     }
+    if (value.is_number_integer()) return value.get<long long>();
     const double d = value.get<double>();
     if (std::isnan(d)) return 0;
     if (d >= 9.2233720368547758e18) return std::numeric_limits<long long>::max();

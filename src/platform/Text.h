@@ -13,6 +13,10 @@ namespace vorlo::text {
 // "POSIX" mean the root locale: clients usually start servers with no locale at all, and the POSIX
 // collation would order by code point and tell case apart. Call once at start-up.
 void adoptLocaleFromEnvironment();
+// Adopts the locale that a locale variable's value names ("tr_TR.UTF-8", "C", ""), with the same
+// rules, and returns the ICU name now in use ("" is the root locale). The collator is opened at
+// the first comparison, so choose the locale before that.
+std::string adoptLocale(std::string_view posixName);
 bool currentLocaleIsTurkic();
 
 // Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
@@ -32,7 +36,7 @@ bool hasMoreCharactersThan(std::string_view text, std::size_t count);
 // Character sets.
 bool isWhitespaceOrNewline(char32_t c); // category Z, U+0009–U+000D, U+0085
 bool isHorizontalWhitespace(char32_t c); // U+0009 and category Zs
-bool isRegexWhitespace(char32_t c);     // the `\s` of the regular-expression engine: \t \n \f \r and category Z
+bool isRegexWhitespace(char32_t c);     // `\s` of the regex engine: White_Space (U+0009–U+000D, U+0085, Z)
 bool isControlCharacter(char32_t c);    // categories Cc and Cf
 bool isLetter(char32_t c);              // \p{L}
 bool isNumber(char32_t c);              // \p{N}
