@@ -18,7 +18,7 @@ build: $(BUILD_DIR)/build.ninja
 	cmake --build $(BUILD_DIR) -j $(JOBS)
 
 demo: deps build
-	@scripts/demo $(BUILD_DIR)/vorlo-mcp
+	@scripts/demo $(BUILD_DIR)
 
 test: deps build
 	$(BUILD_DIR)/vorlo-tests
