@@ -1,10 +1,11 @@
 # Every target a person needs; `make demo` and `make test` set up a fresh Debian or Ubuntu machine.
 BUILD_DIR ?= build
 ASAN_DIR  ?= build-asan
+BENCH_DIR ?= build-bench
 JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-.PHONY: all build deps demo test asan clean
+.PHONY: all build deps demo test asan bench clean
 
 all: build
 
@@ -22,6 +23,7 @@ demo: deps build
 
 test: deps build
 	$(BUILD_DIR)/vorlo-tests
+	$(BUILD_DIR)/vorlo-bench --notes 300 --reps 1 --quick
 
 $(ASAN_DIR)/build.ninja:
 	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVORLO_SANITIZE=ON $(CMAKE_FLAGS)
@@ -30,5 +32,14 @@ asan: deps $(ASAN_DIR)/build.ninja
 	cmake --build $(ASAN_DIR) -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 $(ASAN_DIR)/vorlo-tests
 
+# A release build measured on generated libraries of 10k and 50k notes (kept under $TMPDIR and
+# reused); BENCH_FLAGS passes options such as --reps 3 or --notes 2000.
+$(BENCH_DIR)/build.ninja:
+	cmake -S . -B $(BENCH_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORLO_TESTS=OFF $(CMAKE_FLAGS)
+
+bench: deps $(BENCH_DIR)/build.ninja
+	cmake --build $(BENCH_DIR) -j $(JOBS) --target vorlo-mcp vorlo-bench
+	$(BENCH_DIR)/vorlo-bench $(BENCH_FLAGS)
+
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(BENCH_DIR)

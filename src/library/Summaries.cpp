@@ -13,6 +13,11 @@ bool isLineTerminator(char32_t c) {
     return c == '\n' || c == 0x0B || c == 0x0C || c == '\r' || c == 0x85 || c == 0x2028 || c == 0x2029;
 }
 
+bool isPlainAscii(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x80 && byte != ' ' && (byte < 0x09 || byte > 0x0D);
+}
+
 struct HeadingMark {
     std::size_t end = 0;
     char32_t last = 0; // its last code point, which decides whether a line starts behind it
@@ -43,10 +48,23 @@ std::optional<HeadingMark> headingMarkAt(std::string_view body, std::size_t offs
 // once more than that many characters are out and the last code point is no whitespace, so no
 // later trim can reach back into them: a note can be 16 MiB and a preview needs 240 characters.
 std::string compactWhitespace(std::string_view body, bool dropHeadingMarks, std::optional<std::size_t> enough) {
+    constexpr std::size_t kLongestCopy = 4096; // so that a long line still lets the preview stop early
     std::string out;
     bool pendingSpace = false;
-    char32_t previous = '\n'; // so that "^" matches at the start
     std::size_t nextCheck = enough ? *enough + 1 : 0;
+    // After a code point that is no whitespace: true when the output holds enough. Counting
+    // characters is linear, so the checks come at doubling sizes.
+    const auto holdsEnough = [&](char32_t last) {
+        if (!enough || out.size() < nextCheck || text::isWhitespaceOrNewline(last)) return false;
+        nextCheck = out.size() * 2;
+        return text::hasMoreCharactersThan(out, *enough);
+    };
+    const auto emit = [&](std::string_view piece) {
+        if (pendingSpace) out += ' ';
+        pendingSpace = false;
+        out.append(piece);
+    };
+    char32_t previous = '\n'; // so that "^" matches at the start
     std::size_t offset = 0;
     while (offset < body.size()) {
         if (dropHeadingMarks && body[offset] == '#' && isLineTerminator(previous)) {
@@ -56,19 +74,22 @@ std::string compactWhitespace(std::string_view body, bool dropHeadingMarks, std:
                 continue;
             }
         }
+        // A run of ASCII that is no whitespace is copied whole; a "#" inside it starts no line.
         std::size_t next = offset;
+        while (next < body.size() && next - offset < kLongestCopy && isPlainAscii(body[next])) ++next;
+        if (next > offset) {
+            emit(body.substr(offset, next - offset));
+            previous = static_cast<unsigned char>(body[next - 1]);
+            offset = next;
+            if (holdsEnough(previous)) break;
+            continue;
+        }
         const char32_t c = text::nextCodePoint(body, next);
-        if (text::isRegexWhitespace(c)) {
-            if (!out.empty()) pendingSpace = true;
-        } else {
-            if (pendingSpace) out += ' ';
-            pendingSpace = false;
-            out.append(body.substr(offset, next - offset));
-            // Counting characters is linear, so the checks come at doubling sizes.
-            if (enough && out.size() >= nextCheck && !text::isWhitespaceOrNewline(c)) {
-                if (text::hasMoreCharactersThan(out, *enough)) break;
-                nextCheck = out.size() * 2;
-            }
+        if (!text::isRegexWhitespace(c)) {
+            emit(body.substr(offset, next - offset));
+            if (holdsEnough(c)) break;
+        } else if (!out.empty()) {
+            pendingSpace = true;
         }
         previous = c;
         offset = next;

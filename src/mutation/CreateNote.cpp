@@ -14,9 +14,11 @@ Json VorloMCPServer::createNote(const Json& arguments) const {
     // Arguments are checked before the lock: a bad one neither waits nor touches the disk.
     std::string title = tools::noteTitle(tools::argument(arguments, "title"));
     std::string content = tools::noteContent(tools::argument(arguments, "content"), std::string());
-    const std::string folder = tools::optionalString(tools::argument(arguments, "folder"), "folder").value_or("");
+    const std::string folder =
+        tools::optionalString(tools::argument(arguments, "folder"), "folder").value_or("");
     std::vector<std::string> tags = tools::noteTags(tools::argument(arguments, "tags"));
-    const bool pinned = tools::optionalBoolean(tools::argument(arguments, "pinned"), "pinned").value_or(false);
+    const bool pinned =
+        tools::optionalBoolean(tools::argument(arguments, "pinned"), "pinned").value_or(false);
 
     // The lock covers the folder walk, the choice of the name, the write and the marker, so a
     // second server creating the same title sees this one's file when it picks its name.
@@ -39,7 +41,8 @@ Json VorloMCPServer::createNote(const Json& arguments) const {
     std::string revision = sha256Hex(text);
     Json result = Json::object();
     result["created"] = true;
-    result["note"] = library::summary(library::parseNote(std::move(text), path, status->modified, std::move(revision)));
+    result["note"] =
+        library::summary(library::parseNote(std::move(text), path, status->modified, std::move(revision)));
     if (warning) result["monitoring_warning"] = *warning;
     return result;
 }

@@ -29,7 +29,8 @@ constexpr double kLongestRecordlessSeconds = 2.0;
 std::string displayName(const std::string& locksDirectory) {
     const std::string_view path = locksDirectory;
     const std::size_t last = path.rfind('/');
-    if (last == std::string_view::npos || last == 0) return locksDirectory;
+    if (last == std::string_view::npos) return locksDirectory;
+    if (last == 0) return std::string(path.substr(1));
     const std::size_t previous = path.rfind('/', last - 1);
     return std::string(previous == std::string_view::npos ? path : path.substr(previous + 1));
 }
@@ -56,7 +57,8 @@ struct LockView {
 
 LockView viewLock(const std::string& lockPath, const std::string& ownerPath) {
     LockView view;
-    if (auto contents = fs::readRegularFile(ownerPath, kMaximumLockRecordBytes)) view.recordBytes = contents->bytes;
+    if (auto contents = fs::readRegularFile(ownerPath, kMaximumLockRecordBytes))
+        view.recordBytes = contents->bytes;
     view.recordDate = modificationDate(ownerPath);
     view.lockDate = modificationDate(lockPath);
     return view;
@@ -95,12 +97,14 @@ std::optional<MCPMutationLockOwner> MCPMutationLockOwner::decode(std::string_vie
     owner.token = *uuid;
 
     if (processID->is_number_unsigned()) {
-        if (processID->get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
+        if (processID->get<std::uint64_t>() >
+            static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
             return std::nullopt;
         owner.processID = static_cast<int>(processID->get<std::uint64_t>());
     } else {
         const auto value = processID->get<std::int64_t>();
-        if (value < std::numeric_limits<std::int32_t>::min() || value > std::numeric_limits<std::int32_t>::max())
+        if (value < std::numeric_limits<std::int32_t>::min() ||
+            value > std::numeric_limits<std::int32_t>::max())
             return std::nullopt;
         owner.processID = static_cast<int>(value);
     }
@@ -121,8 +125,9 @@ std::optional<MCPMutationLockOwner> MCPMutationLockOwner::decode(std::string_vie
 
 MCPMutationLock::MCPMutationLock(std::string locksDirectory)
     : locksDirectory_(std::move(locksDirectory)), lockPath_(fs::joinPath(locksDirectory_, kLockName)),
-      ownerPath_(fs::joinPath(lockPath_, kOwnerName)),
-      owner_{Uuid::random(), process::currentProcessId(), process::hostName(), std::nullopt, currentTime()} {}
+      ownerPath_(fs::joinPath(lockPath_, kOwnerName)), owner_{Uuid::random(), process::currentProcessId(),
+                                                              process::hostName(), std::nullopt,
+                                                              currentTime()} {}
 
 void MCPMutationLock::acquire() {
     if (const int error = fs::makeDirectories(locksDirectory_); error != 0)
@@ -155,19 +160,24 @@ bool MCPMutationLock::recoverAbandonedLockIfNeeded() noexcept {
         const auto record =
             judged.recordBytes ? MCPMutationLockOwner::decode(*judged.recordBytes) : std::nullopt;
 
-        // The file's own date outranks the date written inside it: it is the time the record
-        // really reached the disk, which a clock in another process cannot misstate.
+        // The record's file date outranks the date written inside it: the file system tells when
+        // the record reached the disk, while createdAt is only what its writer claims.
         Timestamp reference = kDistantPast;
-        if (judged.recordDate) reference = *judged.recordDate;
-        else if (record) reference = record->createdAt;
-        else if (judged.lockDate) reference = *judged.lockDate;
+        if (judged.recordDate)
+            reference = *judged.recordDate;
+        else if (record)
+            reference = record->createdAt;
+        else if (judged.lockDate)
+            reference = *judged.lockDate;
         const double age = std::chrono::duration<double>(currentTime() - reference).count();
 
         bool abandoned = false;
-        if (!record) abandoned = age > kLongestRecordlessSeconds;
+        if (!record)
+            abandoned = age > kLongestRecordlessSeconds;
         else if (text::caseInsensitiveEqual(record->hostName, owner_.hostName))
             abandoned = process::processIsGone(record->processID) || age > kLongestHoldSeconds;
-        else abandoned = age > kLongestHoldSeconds; // another machine's process cannot be examined
+        else
+            abandoned = age > kLongestHoldSeconds; // another machine's process cannot be examined
         if (!abandoned) return false;
 
         // Between the judgement and the move another waiter may have cleared this lock and a new

@@ -25,7 +25,9 @@ std::string MCPMutationMarker::encode() const {
     return writePrettyJson(marker);
 }
 
-std::string VorloMCPServer::locksDirectory() const { return fs::joinPath(libraryURL_, kLocksFolder); }
+std::string VorloMCPServer::locksDirectory() const {
+    return fs::joinPath(libraryURL_, kLocksFolder);
+}
 
 std::optional<std::string> VorloMCPServer::recordCompletedMutation() const {
     // The note is on disk by now, so nothing here may fail the tool: a failure becomes a warning.

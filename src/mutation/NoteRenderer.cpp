@@ -11,10 +11,11 @@ namespace vorlo::mutation {
 std::string renderNote(const NoteFields& fields) {
     // Callers pass only validated text, which is UTF-8; the fallbacks keep the header parseable
     // should that ever not hold.
-    const std::string title = text::isValidUtf8(fields.title) ? encodeHeaderJsonString(fields.title)
-                                                                : std::string("\"Untitled\"");
+    const std::string title =
+        text::isValidUtf8(fields.title) ? encodeHeaderJsonString(fields.title) : std::string("\"Untitled\"");
     bool tagsAreText = true;
-    for (const auto& tag : fields.tags) tagsAreText = tagsAreText && text::isValidUtf8(tag);
+    for (const auto& tag : fields.tags)
+        tagsAreText = tagsAreText && text::isValidUtf8(tag);
     const std::string tags = tagsAreText ? encodeHeaderJsonStringArray(fields.tags) : std::string("[]");
 
     std::string header = "---\nid: " + fields.id.text() + "\ntitle: " + title +

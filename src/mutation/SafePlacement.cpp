@@ -19,8 +19,8 @@ constexpr std::string_view kFallbackName = "Untitled";
 constexpr std::size_t kLongestStemCharacters = 160;
 
 bool isForbidden(char32_t c) {
-    return text::isControlCharacter(c) || (c < 0x80 && kForbiddenCharacters.find(static_cast<char>(c)) !=
-                                                           std::string_view::npos);
+    return text::isControlCharacter(c) ||
+           (c < 0x80 && kForbiddenCharacters.find(static_cast<char>(c)) != std::string_view::npos);
 }
 
 std::string withoutForbiddenCharacters(std::string_view title) {
@@ -35,8 +35,10 @@ std::string withoutForbiddenCharacters(std::string_view title) {
 }
 
 std::string_view trimDots(std::string_view name) {
-    while (!name.empty() && name.front() == '.') name.remove_prefix(1);
-    while (!name.empty() && name.back() == '.') name.remove_suffix(1);
+    while (!name.empty() && name.front() == '.')
+        name.remove_prefix(1);
+    while (!name.empty() && name.back() == '.')
+        name.remove_suffix(1);
     return name;
 }
 

@@ -14,8 +14,8 @@ namespace {
 constexpr std::size_t kRevisionDigits = 64;
 
 bool isLineTerminator(std::string_view tail) {
-    return tail == "\n" || tail == "\v" || tail == "\f" || tail == "\r" || tail == "\r\n" || tail == "\u0085" ||
-           tail == "\u2028" || tail == "\u2029";
+    return tail == "\n" || tail == "\v" || tail == "\f" || tail == "\r" || tail == "\r\n" ||
+           tail == "\u0085" || tail == "\u2028" || tail == "\u2029";
 }
 
 // 64 lower-case hexadecimal digits, as the pattern "^[0-9a-f]{64}$" reads them: its "$" also
@@ -36,9 +36,11 @@ bool hasRevisionForm(std::string_view revision) {
 Json VorloMCPServer::updateNote(const Json& arguments) const {
     const std::string path = tools::notePathArgument(arguments);
     const Json* expected = tools::argument(arguments, "expected_revision");
-    if (expected == nullptr || !expected->is_string() || !hasRevisionForm(expected->get_ref<const std::string&>()))
-        throw ServerError("expected_revision is required. Read the note first and pass its revision so Vorlo can "
-                          "prevent overwriting a newer edit.");
+    if (expected == nullptr || !expected->is_string() ||
+        !hasRevisionForm(expected->get_ref<const std::string&>()))
+        throw ServerError(
+            "expected_revision is required. Read the note first and pass its revision so Vorlo can "
+            "prevent overwriting a newer edit.");
     const Json* titleArgument = tools::argument(arguments, "title");
     const Json* contentArgument = tools::argument(arguments, "content");
     const Json* tagsArgument = tools::argument(arguments, "tags");
@@ -53,14 +55,16 @@ Json VorloMCPServer::updateNote(const Json& arguments) const {
     std::optional<NoteRecord> note = findNote(path);
     if (!note) throw ServerError("No unlocked Vorlo note exists at that path.");
     if (note->revision != expected->get_ref<const std::string&>())
-        throw ServerError("The note changed after it was read. Read it again, review the new contents, and retry "
-                          "with the new revision.");
+        throw ServerError(
+            "The note changed after it was read. Read it again, review the new contents, and retry "
+            "with the new revision.");
 
     const Timestamp now = currentTime();
     mutation::NoteFields fields;
     fields.id = note->id ? Uuid::parse(*note->id).value_or(Uuid::random()) : Uuid::random();
     fields.title = titleArgument ? tools::noteTitle(titleArgument) : std::move(note->title);
-    fields.content = contentArgument ? tools::noteContent(contentArgument, std::string()) : std::move(note->content);
+    fields.content =
+        contentArgument ? tools::noteContent(contentArgument, std::string()) : std::move(note->content);
     // Without a tags argument the record's tags are kept, and they include the body's inline tags:
     // those now stand in the header and stay there even if the new body drops them.
     fields.tags = tagsArgument ? tools::noteTags(tagsArgument) : std::move(note->tags);
@@ -91,7 +95,8 @@ Json VorloMCPServer::updateNote(const Json& arguments) const {
     std::string revision = sha256Hex(text);
     Json result = Json::object();
     result["updated"] = true;
-    result["note"] = library::summary(library::parseNote(std::move(text), path, after->modified, std::move(revision)));
+    result["note"] =
+        library::summary(library::parseNote(std::move(text), path, after->modified, std::move(revision)));
     if (warning) result["monitoring_warning"] = *warning;
     return result;
 }

@@ -6,13 +6,27 @@
 #include <string_view>
 #include <vector>
 
+struct URegularExpression;
+
 namespace vorlo::text {
 
-// The text of capture group 1 of every match, left to right, without overlap. Throws
-// std::invalid_argument when the pattern does not compile. `text` must be valid UTF-8.
-std::vector<std::string> allGroupOneMatches(std::string_view pattern, std::string_view text);
+class RegexReference {
+public:
+    // Throws std::invalid_argument when the pattern does not compile.
+    explicit RegexReference(std::string_view pattern);
+    ~RegexReference();
+    RegexReference(const RegexReference&) = delete;
+    RegexReference& operator=(const RegexReference&) = delete;
 
-// `text` with every match of `pattern` replaced by `replacement`, taken literally.
-std::string replaceAllMatches(std::string_view pattern, std::string_view text, std::string_view replacement);
+    // The text of capture group 1 of every match in `text` (valid UTF-8), left to right, without overlap.
+    std::vector<std::string> allGroupOneMatches(std::string_view text);
+    // `text` with every match replaced by `replacement`, taken literally.
+    std::string replaceAllMatches(std::string_view text, std::string_view replacement);
+
+private:
+    template <typename Visit> void forEachMatch(std::string_view text, int group, Visit visit);
+
+    URegularExpression* expression_ = nullptr;
+};
 
 } // namespace vorlo::text

@@ -23,6 +23,7 @@ namespace vorlo::text {
 namespace {
 
 constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
+constexpr std::size_t kShortAsciiGap = 64;
 
 bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
@@ -98,7 +99,10 @@ public:
             if (d < 0x80) return c == '\r' && d == '\n' ? offset + 2 : offset + 1;
         }
         if (!attach()) return nextCodePointEnd(offset);
-        const std::int32_t boundary = ubrk_following(iterator_, static_cast<std::int32_t>(offset));
+        // Stepping on from where the iterator stands is much cheaper than seeking.
+        const auto position = static_cast<std::int32_t>(offset);
+        const std::int32_t boundary =
+            ubrk_current(iterator_) == position ? ubrk_next(iterator_) : ubrk_following(iterator_, position);
         return boundary == UBRK_DONE ? text_.size() : static_cast<std::size_t>(boundary);
     }
 
@@ -225,13 +229,19 @@ void appendFoldedNonAscii(std::string_view text, bool turkic, std::string& out) 
 }
 
 void appendFoldedAscii(std::string_view text, bool turkic, std::string& out) {
-    for (const char c : text) {
-        if (c >= 'A' && c <= 'Z') {
-            if (turkic && c == 'I') out += "\u0131";
-            else out += static_cast<char>(c - 'A' + 'a');
-        } else {
-            out += c;
+    if (turkic && text.find('I') != std::string_view::npos) {
+        for (const char c : text) {
+            if (c == 'I') out += "\u0131";
+            else out += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
         }
+        return;
+    }
+    const std::size_t start = out.size();
+    out.resize(start + text.size());
+    char* folded = out.data() + start;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        folded[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
 }
 
@@ -251,7 +261,13 @@ std::string foldText(std::string_view text, bool turkic) {
         }
         const std::size_t stretchStart = nonAscii > offset ? nonAscii - 1 : nonAscii;
         appendFoldedAscii(text.substr(offset, stretchStart - offset), turkic, out);
-        const std::size_t stretchEnd = firstAscii(text, nonAscii);
+        std::size_t stretchEnd = firstAscii(text, nonAscii);
+        // A short ASCII gap goes to ICU with the stretches around it: a call costs more than the gap.
+        while (stretchEnd < text.size()) {
+            const std::size_t nextNonAscii = firstNonAscii(text, stretchEnd);
+            if (nextNonAscii == text.size() || nextNonAscii - stretchEnd > kShortAsciiGap) break;
+            stretchEnd = firstAscii(text, nextNonAscii);
+        }
         appendFoldedNonAscii(text.substr(stretchStart, stretchEnd - stretchStart), turkic, out);
         offset = stretchEnd;
     }
@@ -261,7 +277,7 @@ std::string foldText(std::string_view text, bool turkic) {
 // Folds one character without locale, skipping ICU for the common characters that folding leaves
 // as they are.
 void appendFoldedCharacter(std::string_view character, std::string& out) {
-    if (static_cast<unsigned char>(character[0]) < 0x80) {
+    if (isAscii(character)) { // one byte, or "\r\n"
         appendFoldedAscii(character, false, out);
         return;
     }
@@ -474,32 +490,61 @@ std::string foldWithoutLocale(std::string_view text) { return foldText(text, fal
 // character, and searches a sliding window as it goes: the match is usually early in a long body,
 // and the window keeps the offset table small. A match that starts before the window's last
 // needle-length bytes would already lie whole inside it, so only those bytes are carried over.
+// Runs of plain ASCII characters fold byte for byte and take one table entry per run.
 std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std::string_view foldedNeedle) {
     if (foldedNeedle.empty()) return std::nullopt;
-    constexpr std::size_t kWindowBytes = 16384;
+    constexpr std::size_t kWindowBytes = 65536;
+    struct Piece {
+        std::size_t folded;    // where its folding begins in the window
+        std::size_t character; // the index of its first character in the text
+        bool byteForByte;      // a run of one-byte characters, else one character
+    };
+    const auto characterAt = [](const Piece& piece, std::size_t folded) {
+        return piece.byteForByte ? piece.character + (folded - piece.folded) : piece.character;
+    };
+    const auto pieceContaining = [](std::vector<Piece>& pieces, std::size_t folded) {
+        return std::upper_bound(pieces.begin(), pieces.end(), folded,
+                                [](std::size_t offset, const Piece& piece) { return offset < piece.folded; }) -
+               1;
+    };
+
     CharacterCursor cursor(text);
     std::string window;
-    std::vector<std::size_t> starts; // the window offset at which each of its characters begins
-    std::size_t firstCharacter = 0;  // the character index of the window's first character
+    std::vector<Piece> pieces;
+    std::size_t character = 0;
     std::size_t offset = 0;
+    std::size_t asciiEnd = 0; // the first non-ASCII byte at or after `offset`
     while (offset < text.size()) {
-        const std::size_t end = cursor.next(offset);
-        starts.push_back(window.size());
-        appendFoldedCharacter(text.substr(offset, end - offset), window);
-        offset = end;
+        // An ASCII character is one on its own unless it is the CR of "\r\n" or marks follow it.
+        if (offset == 0 || offset > asciiEnd) asciiEnd = firstNonAscii(text, offset);
+        std::size_t runEnd = offset;
+        const std::size_t safeEnd = asciiEnd < text.size() ? asciiEnd - std::min<std::size_t>(asciiEnd, 1) : asciiEnd;
+        while (runEnd < safeEnd && text[runEnd] != '\r') ++runEnd;
+        if (runEnd > offset) {
+            pieces.push_back({window.size(), character, true});
+            appendFoldedAscii(text.substr(offset, runEnd - offset), false, window);
+            character += runEnd - offset;
+            offset = runEnd;
+        } else {
+            const std::size_t end = cursor.next(offset);
+            pieces.push_back({window.size(), character, false});
+            appendFoldedCharacter(text.substr(offset, end - offset), window);
+            ++character;
+            offset = end;
+        }
         if (window.size() < kWindowBytes && offset < text.size()) continue;
 
         const std::size_t match = window.find(foldedNeedle);
-        if (match != std::string::npos) {
-            const auto containing = std::upper_bound(starts.begin(), starts.end(), match) - 1;
-            return firstCharacter + static_cast<std::size_t>(containing - starts.begin());
-        }
+        if (match != std::string::npos) return characterAt(*pieceContaining(pieces, match), match);
         const std::size_t keepFrom = window.size() >= foldedNeedle.size() ? window.size() - foldedNeedle.size() + 1 : 0;
-        const auto kept = std::upper_bound(starts.begin(), starts.end(), keepFrom) - 1;
-        const std::size_t cut = *kept;
-        firstCharacter += static_cast<std::size_t>(kept - starts.begin());
-        starts.erase(starts.begin(), kept);
-        for (std::size_t& start : starts) start -= cut;
+        const auto kept = pieceContaining(pieces, keepFrom);
+        if (kept->byteForByte) {
+            kept->character = characterAt(*kept, keepFrom);
+            kept->folded = keepFrom;
+        }
+        const std::size_t cut = kept->folded;
+        pieces.erase(pieces.begin(), kept);
+        for (Piece& piece : pieces) piece.folded -= cut;
         window.erase(0, cut);
     }
     return std::nullopt;

@@ -17,8 +17,9 @@ constexpr int kAppendsPerWriter = 25;
 constexpr int kCreatesPerWriter = 5;
 constexpr int kMaximumTries = 2000; // a writer that cannot get through is a failure, not a hang
 
-const std::string kStale = "The note changed after it was read. Read it again, review the new contents, and retry "
-                           "with the new revision.";
+const std::string kStale =
+    "The note changed after it was read. Read it again, review the new contents, and retry "
+    "with the new revision.";
 const std::string kBusy = "The Vorlo library is busy. Wait a moment and try again.";
 
 struct WriterOutcome {
@@ -40,9 +41,10 @@ WriterOutcome runWriter(const TempLibrary& library, int writer) {
         const Json& note = read["structuredContent"];
         const std::string line =
             "writer " + std::to_string(writer) + " line " + std::to_string(outcome.appended) + "\n";
-        const Json result = server.call("update_note", {{"path", "Shared.md"},
-                                                        {"expected_revision", note["revision"]},
-                                                        {"content", note["content"].get<std::string>() + line}});
+        const Json result =
+            server.call("update_note", {{"path", "Shared.md"},
+                                        {"expected_revision", note["revision"]},
+                                        {"content", note["content"].get<std::string>() + line}});
         if (!result.value("isError", true)) {
             ++outcome.appended;
             continue;
@@ -51,7 +53,8 @@ WriterOutcome runWriter(const TempLibrary& library, int writer) {
         if (text != kStale && text != kBusy) outcome.surprises.push_back(text);
     }
     for (int i = 0, tries = 0; i < kCreatesPerWriter && tries < kMaximumTries; ++tries) {
-        const Json result = server.call("create_note", {{"title", "Same"}, {"content", std::to_string(writer)}});
+        const Json result =
+            server.call("create_note", {{"title", "Same"}, {"content", std::to_string(writer)}});
         if (!result.value("isError", true)) {
             outcome.createdPaths.push_back(result["structuredContent"]["note"]["path"]);
             ++i;
@@ -69,7 +72,8 @@ TEST(ConcurrentWriters, NoUpdateIsLostAndNoNameIsTakenTwice) {
     std::vector<std::thread> threads;
     for (int writer = 0; writer < kWriters; ++writer)
         threads.emplace_back([&, writer] { outcomes[writer] = runWriter(library, writer); });
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads)
+        thread.join();
 
     std::set<std::string> paths;
     for (int writer = 0; writer < kWriters; ++writer) {

@@ -27,7 +27,8 @@ inline Json succeeded(const Json& result) {
 
 // The permission bits of an entry itself, as an octal number such as 0600.
 inline unsigned modeOf(const std::string& path) {
-    return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions() & std::filesystem::perms::mask);
+    return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions() &
+                                 std::filesystem::perms::mask);
 }
 
 // Everything a writer must never leave behind: a held lock, a lock moved aside, a temporary file.
@@ -37,8 +38,8 @@ inline std::vector<std::string> leftovers(const TempLibrary& library) {
     for (auto it = std::filesystem::recursive_directory_iterator(library.library(), error);
          it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
         const std::string name = it->path().filename().string();
-        if (name == "Library Mutation.lock" || name.starts_with("Abandoned ") || name.starts_with("Released ") ||
-            name.starts_with(".Vorlo MCP "))
+        if (name == "Library Mutation.lock" || name.starts_with("Abandoned ") ||
+            name.starts_with("Released ") || name.starts_with(".Vorlo MCP "))
             found.push_back(it->path().string().substr(library.library().size() + 1));
     }
     return found;

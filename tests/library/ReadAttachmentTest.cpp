@@ -139,10 +139,10 @@ TEST(ReadAttachment, LibraryReachedThroughALinkWorks) {
 
 TEST(ReadAttachment, SizeLimitIsInclusive) {
     AttachmentLibrary library;
-    library.attach("at.bin", std::string(kMaximumAttachmentBytes, 'a'));
-    library.attach("over.bin", std::string(kMaximumAttachmentBytes + 1, 'a'));
-    EXPECT_EQ(library.readAttachment("at.bin").at("structuredContent").at("size_bytes"), kMaximumAttachmentBytes);
-    EXPECT_EQ(library.readAttachment("over.bin"), kTooLarge);
+    library.attach("at.txt", std::string(kMaximumAttachmentBytes, 'a'));
+    library.attach("over.txt", std::string(kMaximumAttachmentBytes + 1, 'a'));
+    EXPECT_EQ(library.readAttachment("at.txt").at("structuredContent").at("size_bytes"), kMaximumAttachmentBytes);
+    EXPECT_EQ(library.readAttachment("over.txt"), kTooLarge);
 }
 
 } // namespace

@@ -106,7 +106,8 @@ TEST(Attachments, ListsPlainFilesOfTheNotesFolderSortedByName) {
     library.link(folder + "/link.png", library.path(folder + "/b.png"));
 
     std::vector<std::string> sameName; // "A.png" and "a.PNG" tie and keep the listing's order
-    for (const auto& entry : *fs::listDirectory(library.path(folder)))
+    const auto listing = fs::listDirectory(library.path(folder));
+    for (const auto& entry : *listing)
         if (entry.name == "A.png" || entry.name == "a.PNG") sameName.push_back(entry.name);
     const Json attachments = outcome(library, "read_note", {{"path", "Note.md"}}).at("attachments");
     std::vector<std::string> names;

@@ -105,7 +105,7 @@ TEST(Summaries, PreviewKeepsTheFirstCharacters) {
 
     // A long run of whitespace at the cut is no reason to stop early.
     EXPECT_EQ(compactPreview(numberedText(kPreviewCharacters - 1) + repeated(" ", 5000) + "z tail"),
-              numberedText(kPreviewCharacters - 1) + " z"[0] + std::string());
+              numberedText(kPreviewCharacters - 1) + " ");
 }
 
 // The preview is a hand-written pass; the engine's own replacements are the reference.
@@ -118,11 +118,12 @@ TEST(Summaries, PreviewAgreesWithTheRegularExpressionEngine) {
     std::mt19937 random(7);
     std::uniform_int_distribution<std::size_t> pick(0, pieces.size() - 1);
     std::uniform_int_distribution<int> length(0, 400);
+    text::RegexReference headingMarks(R"((?m)^#{1,6}\s+)"), whitespace(R"(\s+)");
     for (int round = 0; round < 2000; ++round) {
         std::string body;
         for (int n = length(random); n > 0; --n) body += pieces[pick(random)];
-        const std::string withoutHeadings = text::replaceAllMatches(R"((?m)^#{1,6}\s+)", body, "");
-        const std::string collapsed = text::replaceAllMatches(R"(\s+)", withoutHeadings, " ");
+        const std::string withoutHeadings = headingMarks.replaceAllMatches(body, "");
+        const std::string collapsed = whitespace.replaceAllMatches(withoutHeadings, " ");
         const std::string_view expected =
             text::firstCharacters(text::trimWhitespaceAndNewlines(collapsed), kPreviewCharacters);
         ASSERT_EQ(compactPreview(body), expected) << body;
@@ -185,7 +186,7 @@ TEST(Summaries, SnippetSearchesTheCompactBodyIgnoringCaseAndDiacritics) {
     const std::string accents = repeated("e\u0301", kSnippetCharactersBeforeMatch + 50);
     const std::string body = accents + " Stra\u00DFe " + repeated("\u00DF", 400);
     const std::string result = snippet(body, "STRASSE");
-    EXPECT_EQ(result, kEllipsis + repeated("e\u0301", 49) + " Stra\u00DFe " + repeated("\u00DF", 262) + kEllipsis);
+    EXPECT_EQ(result, kEllipsis + repeated("e\u0301", 99) + " Stra\u00DFe " + repeated("\u00DF", 213) + kEllipsis);
 }
 
 TEST(Summaries, NewestFirstOrdersByDateThenTitle) {

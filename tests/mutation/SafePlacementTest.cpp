@@ -7,7 +7,8 @@ namespace {
 
 std::string repeated(std::string_view piece, std::size_t count) {
     std::string out;
-    for (std::size_t i = 0; i < count; ++i) out += piece;
+    for (std::size_t i = 0; i < count; ++i)
+        out += piece;
     return out;
 }
 
@@ -21,13 +22,13 @@ TEST(SafeFilename, TurnsTitlesIntoLegalStems) {
         {"a\\b*c?d\"e<f>g|h", "abcdefgh"},
         {"report.md", "report.md"},
         {"  Trimmed\t\n", "Trimmed"},
-        {"\u00A0No-break\u3000", "No-break"},    // category Zs is white space too
+        {"\u00A0No-break\u3000", "No-break"}, // category Zs is white space too
         {".hidden", "hidden"},
         {"..double..", "double"},
-        {". spaced .", " spaced "},              // blanks uncovered by the dots stay
-        {"Tab\tinside", "Tabinside"},            // a control character inside vanishes
-        {"Zero\u200Bwidth", "Zerowidth"},        // category Cf vanishes
-        {"👩\u200D💻", "👩💻"},                  // a joined emoji falls apart
+        {". spaced .", " spaced "},       // blanks uncovered by the dots stay
+        {"Tab\tinside", "Tabinside"},     // a control character inside vanishes
+        {"Zero\u200Bwidth", "Zerowidth"}, // category Cf vanishes
+        {"👩\u200D💻", "👩💻"},               // a joined emoji falls apart
         {"", "Untitled"},
         {"   ", "Untitled"},
         {"...", "Untitled"},
@@ -36,7 +37,8 @@ TEST(SafeFilename, TurnsTitlesIntoLegalStems) {
         {"VORLO DATA.", "Untitled"},
         {"Vorlo Data 2", "Vorlo Data 2"},
     };
-    for (const auto& c : cases) EXPECT_EQ(safeFilename(c.title), c.stem) << c.title;
+    for (const auto& c : cases)
+        EXPECT_EQ(safeFilename(c.title), c.stem) << c.title;
 }
 
 TEST(SafeFilename, CutsToOneHundredSixtyCharactersNotBytes) {
