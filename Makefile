@@ -4,8 +4,9 @@ ASAN_DIR  ?= build-asan
 BENCH_DIR ?= build-bench
 JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
+PREFIX    ?= /usr/local
 
-.PHONY: all build deps demo test asan bench clean
+.PHONY: all build deps demo test asan bench install package clean
 
 all: build
 
@@ -23,6 +24,7 @@ demo: deps build
 
 test: deps build
 	$(BUILD_DIR)/vorlo-tests
+	@tests/clients/run $(BUILD_DIR)/vorlo-mcp
 	$(BUILD_DIR)/vorlo-bench --notes 300 --reps 1 --quick
 
 $(ASAN_DIR)/build.ninja:
@@ -40,6 +42,13 @@ $(BENCH_DIR)/build.ninja:
 bench: deps $(BENCH_DIR)/build.ninja
 	cmake --build $(BENCH_DIR) -j $(JOBS) --target vorlo-mcp vorlo-bench
 	$(BENCH_DIR)/vorlo-bench $(BENCH_FLAGS)
+
+# The executable and its man page under PREFIX (DESTDIR stages them elsewhere), and a .deb of both.
+install: deps build
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD_DIR) --prefix "$(PREFIX)"
+
+package: deps build
+	cmake --build $(BUILD_DIR) --target package
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(BENCH_DIR)

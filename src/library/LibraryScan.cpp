@@ -39,8 +39,8 @@ struct Verdict {
 // The one definition of what the walk enters and what it admits. Anything that finds a note by
 // another route must come to the same verdict for every entry on its way. Hidden entries never
 // reach it: the listing leaves them out with everything below them.
-Verdict judgeEntry(int folderFd, const fs::DirectoryEntry& entry, const std::string& relativePath, bool inRoot,
-                   const PathFilter& wanted) {
+Verdict judgeEntry(int folderFd, const fs::DirectoryEntry& entry, const std::string& relativePath,
+                   bool inRoot, const PathFilter& wanted) {
     Verdict verdict;
     if (entry.kind == fs::EntryKind::Directory) {
         // Only the root's private folder is the system's; one of that name further down is the user's.
@@ -80,7 +80,8 @@ std::optional<OpenFolder> openFolder(fs::UniqueFd fd, std::string relativePath) 
 // level, not the call stack, so no depth of nesting can overflow it; a level that cannot be opened
 // (out of descriptors, no permission, swapped for a link) is passed over like any unreadable folder.
 // `visit` returns false to end the walk.
-void walk(const std::string& libraryPath, const PathFilter& wanted, const std::function<bool(NoteFile&&)>& visit) {
+void walk(const std::string& libraryPath, const PathFilter& wanted,
+          const std::function<bool(NoteFile&&)>& visit) {
     std::vector<OpenFolder> stack;
     auto root = openFolder(fs::openDirectory(libraryPath), "");
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
@@ -97,7 +98,8 @@ void walk(const std::string& libraryPath, const PathFilter& wanted, const std::f
         Verdict verdict = judgeEntry(folder.fd.get(), entry, relativePath, stack.size() == 1, wanted);
         if (verdict.note && !visit(std::move(*verdict.note))) return;
         if (verdict.enter) {
-            auto inner = openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), std::move(relativePath));
+            auto inner =
+                openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), std::move(relativePath));
             if (inner) stack.push_back(std::move(*inner)); // `folder` and `entry` are stale from here on
         }
     }
@@ -115,7 +117,8 @@ void walkNoteFiles(const std::string& libraryPath, const std::function<void(Note
 std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string_view relativePath) {
     std::optional<NoteFile> found;
     walk(
-        libraryPath, [&](std::string_view candidate) { return text::caseInsensitiveEqual(candidate, relativePath); },
+        libraryPath,
+        [&](std::string_view candidate) { return text::caseInsensitiveEqual(candidate, relativePath); },
         [&](NoteFile&& file) {
             found = std::move(file);
             return false;
@@ -135,8 +138,9 @@ namespace vorlo {
 
 std::vector<NoteRecord> VorloMCPServer::scanNotes() const {
     std::vector<NoteRecord> notes;
-    library::walkNoteFiles(libraryURL_,
-                           [&](library::NoteFile&& file) { notes.push_back(library::makeRecord(std::move(file))); });
+    library::walkNoteFiles(libraryURL_, [&](library::NoteFile&& file) {
+        notes.push_back(library::makeRecord(std::move(file)));
+    });
     return notes;
 }
 

@@ -50,14 +50,16 @@ Json VorloMCPServer::listNotes(const Json& arguments) const {
     std::vector<NoteRecord> notes = scanNotes();
     std::erase_if(notes, [&](const NoteRecord& note) {
         if (folder && !text::caseInsensitiveEqual(note.relativeFolder, *folder)) return true;
-        return tag && std::none_of(note.tags.begin(), note.tags.end(),
-                                   [&](const std::string& noteTag) { return text::caseInsensitiveEqual(noteTag, *tag); });
+        return tag && std::none_of(note.tags.begin(), note.tags.end(), [&](const std::string& noteTag) {
+                   return text::caseInsensitiveEqual(noteTag, *tag);
+               });
     });
     std::stable_sort(notes.begin(), notes.end(), library::newestFirst);
 
     Json shown = Json::array();
     const std::size_t count = std::min(notes.size(), static_cast<std::size_t>(limit));
-    for (std::size_t i = 0; i < count; ++i) shown.push_back(library::summary(notes[i]));
+    for (std::size_t i = 0; i < count; ++i)
+        shown.push_back(library::summary(notes[i]));
     return resultOf(std::move(shown), notes.size());
 }
 

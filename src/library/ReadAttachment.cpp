@@ -33,7 +33,8 @@ std::string attachmentName(const Json& arguments) {
 
 // The second content item: images as images, UTF-8 text as text, and everything else (text files
 // that are not UTF-8 included) as an embedded resource.
-Json deliveredItem(std::string bytes, const std::string& mimeType, const std::string& noteId, const std::string& name) {
+Json deliveredItem(std::string bytes, const std::string& mimeType, const std::string& noteId,
+                   const std::string& name) {
     Json item = Json::object();
     if (mimeType.starts_with("image/")) {
         item["type"] = "image";

@@ -50,6 +50,7 @@ std::optional<HeadingMark> headingMarkAt(std::string_view body, std::size_t offs
 std::string compactWhitespace(std::string_view body, bool dropHeadingMarks, std::optional<std::size_t> enough) {
     constexpr std::size_t kLongestCopy = 4096; // so that a long line still lets the preview stop early
     std::string out;
+    if (!enough) out.reserve(body.size());
     bool pendingSpace = false;
     std::size_t nextCheck = enough ? *enough + 1 : 0;
     // After a code point that is no whitespace: true when the output holds enough. Counting

@@ -3,6 +3,7 @@
 #include "platform/Files.h"
 
 #include "platform/Crypto.h"
+#include "platform/SystemCalls.h"
 
 #include <cerrno>
 #include <climits>
@@ -14,10 +15,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
-
-#ifdef __APPLE__
-#include <stdio.h> // renamex_np
-#endif
 
 namespace vorlo::fs {
 namespace {
@@ -56,7 +53,7 @@ std::string parentOf(const std::string& path) {
 
 int writeAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
-        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        const ssize_t n = sys::write(fd, bytes.data(), bytes.size());
         if (n < 0) {
             if (errno == EINTR) continue;
             return errno;
@@ -67,24 +64,20 @@ int writeAll(int fd, std::string_view bytes) {
 }
 
 int syncDirectory(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd = sys::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return errno;
-    const int result = ::fsync(fd) == 0 ? 0 : errno;
-    ::close(fd);
+    const int result = sys::fsync(fd) == 0 ? 0 : errno;
+    sys::close(fd);
     return result;
 }
 
 int renameExclusive(const char* from, const char* to) {
-#ifdef __APPLE__
-    return renamex_np(from, to, RENAME_EXCL) == 0 ? 0 : errno;
-#else
-    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+    if (sys::renameNoReplace(AT_FDCWD, from, AT_FDCWD, to) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return errno;
     // A file system that refuses the flag: a hard link fails on an existing name just the same.
-    if (::link(from, to) != 0) return errno;
-    ::unlink(from);
+    if (sys::link(from, to) != 0) return errno;
+    sys::unlink(from);
     return 0;
-#endif
 }
 
 // Writes a temporary file beside `path`, then moves it into place with `move`. The temporary file
@@ -93,16 +86,16 @@ template <typename Move>
 int placeThroughTemporary(const std::string& path, std::string_view bytes, unsigned mode, Move move) {
     const std::string folder = parentOf(path);
     const std::string temporary = joinPath(folder, ".Vorlo MCP " + Uuid::random().text() + ".tmp");
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    int fd = sys::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) return errno;
     int result = writeAll(fd, bytes);
-    if (result == 0 && ::fchmod(fd, static_cast<mode_t>(mode)) != 0) result = errno;
+    if (result == 0 && sys::fchmod(fd, static_cast<mode_t>(mode)) != 0) result = errno;
     // The bytes reach the disk before the name does, so a power cut never leaves an empty note.
-    if (result == 0 && ::fsync(fd) != 0) result = errno;
-    if (::close(fd) != 0 && result == 0) result = errno;
+    if (result == 0 && sys::fsync(fd) != 0) result = errno;
+    if (sys::close(fd) != 0 && result == 0) result = errno;
     if (result == 0) result = move(temporary.c_str(), path.c_str());
     if (result != 0) {
-        ::unlink(temporary.c_str());
+        sys::unlink(temporary.c_str());
         return result;
     }
     syncDirectory(folder); // the rename itself is durable once its folder is flushed
@@ -112,7 +105,7 @@ int placeThroughTemporary(const std::string& path, std::string_view bytes, unsig
 int removeTreeAt(int parentFd, const char* name) {
     struct stat status;
     if (::fstatat(parentFd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    if (!S_ISDIR(status.st_mode)) return ::unlinkat(parentFd, name, 0) == 0 ? 0 : errno;
+    if (!S_ISDIR(status.st_mode)) return sys::unlinkat(parentFd, name, 0) == 0 ? 0 : errno;
     const int fd = ::openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) return errno;
     DIR* directory = ::fdopendir(fd);
@@ -132,7 +125,7 @@ int removeTreeAt(int parentFd, const char* name) {
         if (error != 0 && result == 0) result = error;
     }
     ::closedir(directory);
-    if (::unlinkat(parentFd, name, AT_REMOVEDIR) != 0 && result == 0) result = errno;
+    if (sys::unlinkat(parentFd, name, AT_REMOVEDIR) != 0 && result == 0) result = errno;
     return result;
 }
 
@@ -254,9 +247,9 @@ UniqueFd openDirectoryAt(int parentFd, const char* name) {
 }
 
 int makeDirectory(const std::string& path) {
-    if (::mkdir(path.c_str(), 0700) != 0) return errno;
+    if (sys::mkdir(path.c_str(), 0700) != 0) return errno;
     // mkdir's mode passes through the umask; the folder must be private whatever it is.
-    return ::chmod(path.c_str(), 0700) == 0 ? 0 : errno;
+    return sys::chmod(path.c_str(), 0700) == 0 ? 0 : errno;
 }
 
 int makeDirectories(const std::string& path) {
@@ -281,11 +274,11 @@ int makeDirectories(const std::string& path) {
 
 int changeMode(const std::string& path, unsigned mode) {
     // Never through a link: a note swapped for one must not lend its mode to the target.
-    return ::fchmodat(AT_FDCWD, path.c_str(), static_cast<mode_t>(mode), AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+    return sys::fchmodat(AT_FDCWD, path.c_str(), static_cast<mode_t>(mode), AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 int renameEntry(const std::string& from, const std::string& to) {
-    return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    return sys::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
 int renameNoReplace(const std::string& from, const std::string& to) { return renameExclusive(from.c_str(), to.c_str()); }
@@ -294,7 +287,7 @@ int removeTree(const std::string& path) { return removeTreeAt(AT_FDCWD, path.c_s
 
 int replaceFileAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
     return placeThroughTemporary(path, bytes, mode,
-                                 [](const char* from, const char* to) { return ::rename(from, to) == 0 ? 0 : errno; });
+                                 [](const char* from, const char* to) { return sys::rename(from, to) == 0 ? 0 : errno; });
 }
 
 int createFileAtomically(const std::string& path, std::string_view bytes, unsigned mode) {

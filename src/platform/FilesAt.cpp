@@ -19,16 +19,20 @@ EntryKind kindOfMode(mode_t mode) {
 
 EntryKind kindOfEntry(int directoryFd, const dirent& entry) {
     switch (entry.d_type) {
-    case DT_REG: return EntryKind::RegularFile;
-    case DT_DIR: return EntryKind::Directory;
-    case DT_LNK: return EntryKind::SymbolicLink;
+    case DT_REG:
+        return EntryKind::RegularFile;
+    case DT_DIR:
+        return EntryKind::Directory;
+    case DT_LNK:
+        return EntryKind::SymbolicLink;
     case DT_UNKNOWN: {
         // Some file systems leave the type out of the listing; ask the entry itself.
         struct stat status;
         if (::fstatat(directoryFd, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return EntryKind::Other;
         return kindOfMode(status.st_mode);
     }
-    default: return EntryKind::Other;
+    default:
+        return EntryKind::Other;
     }
 }
 
@@ -66,8 +70,8 @@ std::optional<FileStatus> linkStatusAt(int directoryFd, const char* name) {
 #else
     const auto& time = status.st_mtim;
 #endif
-    const Timestamp modified(std::chrono::duration_cast<Timestamp::duration>(std::chrono::seconds(time.tv_sec) +
-                                                                            std::chrono::nanoseconds(time.tv_nsec)));
+    const Timestamp modified(std::chrono::duration_cast<Timestamp::duration>(
+        std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec)));
     return FileStatus{kindOfMode(status.st_mode), static_cast<std::uint64_t>(status.st_size), modified};
 }
 

@@ -519,7 +519,7 @@ std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std:
         if (offset == 0 || offset > asciiEnd) asciiEnd = firstNonAscii(text, offset);
         std::size_t runEnd = offset;
         const std::size_t safeEnd = asciiEnd < text.size() ? asciiEnd - std::min<std::size_t>(asciiEnd, 1) : asciiEnd;
-        while (runEnd < safeEnd && text[runEnd] != '\r') ++runEnd;
+        while (runEnd < safeEnd && runEnd - offset < kWindowBytes && text[runEnd] != '\r') ++runEnd;
         if (runEnd > offset) {
             pieces.push_back({window.size(), character, true});
             appendFoldedAscii(text.substr(offset, runEnd - offset), false, window);

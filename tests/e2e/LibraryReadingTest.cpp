@@ -46,10 +46,17 @@ std::string failureText(const Json& result) {
 TEST(LibraryReading, ScanAdmitsOnlyPlainUtf8MarkdownFilesOutsideThePrivateFolder) {
     TempLibrary library;
     const std::set<std::string> admitted = {
-        "Root.md",           "Note.MD",           "Mixed.Md",           "Empty.md",
-        "vorlo data/Note.md", "Projects/Vorlo Data/Note.md", "Projects/~scratch.md", "Folder.md/inside.md",
+        "Root.md",
+        "Note.MD",
+        "Mixed.Md",
+        "Empty.md",
+        "vorlo data/Note.md",
+        "Projects/Vorlo Data/Note.md",
+        "Projects/~scratch.md",
+        "Folder.md/inside.md",
     };
-    for (const auto& path : admitted) library.write(path, path == "Empty.md" ? "" : "text");
+    for (const auto& path : admitted)
+        library.write(path, path == "Empty.md" ? "" : "text");
     for (const char* path : {"Vorlo Data/Note.md", "Vorlo Data/Sub/Deep.md", ".hidden.md", ".trash/Note.md",
                              "Projects/.hidden/inner.md", "~scratch.md", "~old/Note.md", "Notes.markdown",
                              "Notes.md.txt", "\xff-name.md", "Folder\xff/inner.md"})
@@ -63,8 +70,8 @@ TEST(LibraryReading, ScanAdmitsOnlyPlainUtf8MarkdownFilesOutsideThePrivateFolder
     ServerProcess server(library.preferences());
     EXPECT_EQ(listedPaths(server), admitted);
     // A file the scan leaves out cannot be read by name either, and a FIFO never blocks the server.
-    for (const char* path : {"Vorlo Data/Sub/Deep.md", ".hidden.md", ".trash/Note.md", "BadBytes.md", "Link.md",
-                             "LinkedFolder/Note.md", "fifo.md", "socket.md"})
+    for (const char* path : {"Vorlo Data/Sub/Deep.md", ".hidden.md", ".trash/Note.md", "BadBytes.md",
+                             "Link.md", "LinkedFolder/Note.md", "fifo.md", "socket.md"})
         EXPECT_EQ(failureText(server.call("read_note", {{"path", path}})), kNoNote) << path;
     // The lookup ignores case, so the private folder's note names the user's folder of another case.
     EXPECT_EQ(server.call("read_note", {{"path", "Vorlo Data/Note.md"}}).at("structuredContent").at("path"),
@@ -86,7 +93,8 @@ TEST(LibraryReading, HostileLibraryNeverRevealsFilesOutsideIt) {
     library.link("Folder", outside);
     library.link("Vorlo Data", outside);
     const std::string line(100000, 'a');
-    library.write("Long.md", std::string("---\nid: ") + kId + "\n---\n" + line + "\n" + line + " needle " + line);
+    library.write("Long.md",
+                  std::string("---\nid: ") + kId + "\n---\n" + line + "\n" + line + " needle " + line);
 
     ServerProcess server(library.preferences());
     std::vector<Json> results;
@@ -100,13 +108,15 @@ TEST(LibraryReading, HostileLibraryNeverRevealsFilesOutsideIt) {
     EXPECT_EQ(failureText(call("read_note", {{"path", "leak.md"}})), kNoNote);
     EXPECT_EQ(failureText(call("read_note", {{"path", "Folder/secret.md"}})), kNoNote);
     const Json longNote = call("read_note", {{"path", "Long.md"}}).at("structuredContent");
-    EXPECT_EQ(longNote.at("content").get<std::string>().size(), static_cast<std::size_t>(kMaximumReadCharacters));
+    EXPECT_EQ(longNote.at("content").get<std::string>().size(),
+              static_cast<std::size_t>(kMaximumReadCharacters));
     EXPECT_TRUE(longNote.at("truncated").get<bool>());
     for (const char* name : {"secret.png", "secret.txt"})
         EXPECT_EQ(failureText(call("read_attachment", {{"path", "Long.md"}, {"attachment_name", name}})),
                   "The requested attachment is not a safe Vorlo file.");
-    EXPECT_EQ(failureText(call("read_attachment", {{"path", "Long.md"}, {"attachment_name", "../../secret.md"}})),
-              "attachment_name must be a filename returned by read_note.");
+    EXPECT_EQ(
+        failureText(call("read_attachment", {{"path", "Long.md"}, {"attachment_name", "../../secret.md"}})),
+        "attachment_name must be a filename returned by read_note.");
 
     for (const auto& result : results) {
         const std::string text = result.dump();

@@ -15,7 +15,8 @@ namespace {
 
 std::vector<std::string> scannedPaths(const TempLibrary& library) {
     std::vector<std::string> paths;
-    for (const auto& note : library.server().scanNotes()) paths.push_back(note.relativePath);
+    for (const auto& note : library.server().scanNotes())
+        paths.push_back(note.relativePath);
     return paths;
 }
 
@@ -32,7 +33,8 @@ TEST(LibraryScan, RevisionIsTheDigestOfTheRawBytes) {
     library.write("Unix.md", "line\n");
     library.write("Windows.md", "line\r\n");
     std::map<std::string, NoteRecord> notes;
-    for (auto& note : library.server().scanNotes()) notes[note.relativePath] = note;
+    for (auto& note : library.server().scanNotes())
+        notes[note.relativePath] = note;
     ASSERT_EQ(notes.size(), 3u);
     EXPECT_EQ(notes["Empty.md"].revision, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(notes["Unix.md"].content, notes["Windows.md"].content);
@@ -41,8 +43,8 @@ TEST(LibraryScan, RevisionIsTheDigestOfTheRawBytes) {
 
 TEST(LibraryScan, WalkIsDepthFirstWithEachFolderContiguous) {
     TempLibrary library;
-    for (const char* path : {"a.md", "A/1.md", "A/2.md", "A/B/3.md", "A/B/C/4.md", "A/B/5.md", "A/6.md", "D/7.md",
-                             "D/E/8.md", "z.md", "D/9.md"})
+    for (const char* path : {"a.md", "A/1.md", "A/2.md", "A/B/3.md", "A/B/C/4.md", "A/B/5.md", "A/6.md",
+                             "D/7.md", "D/E/8.md", "z.md", "D/9.md"})
         library.write(path, "x");
     const auto paths = scannedPaths(library);
     ASSERT_EQ(paths.size(), 11u);
@@ -59,11 +61,12 @@ TEST(LibraryScan, LookupYieldsTheFirstNoteOfTheWalkThatMatchesIgnoringCase) {
     TempLibrary library;
     library.write("Notes/plan.md", "lower");
     library.write("Notes/PLAN.md", "upper");
-    library.write("bad.md", "\xff");    // left out: its bytes are not UTF-8...
-    library.write("BAD.md", "good");     // ...so the lookup goes on to the variant that is a note
+    library.write("bad.md", "\xff"); // left out: its bytes are not UTF-8...
+    library.write("BAD.md", "good"); // ...so the lookup goes on to the variant that is a note
     const auto server = library.server();
     const auto scan = scannedPaths(library);
-    const auto firstPlan = *std::find_if(scan.begin(), scan.end(), [](const std::string& p) { return p.starts_with("Notes/"); });
+    const auto firstPlan =
+        *std::find_if(scan.begin(), scan.end(), [](const std::string& p) { return p.starts_with("Notes/"); });
     for (const char* asked : {"notes/plan.md", "NOTES/PLAN.MD", "Notes/Plan.md"}) {
         const auto found = server.findNote(asked);
         ASSERT_TRUE(found) << asked;
@@ -89,7 +92,8 @@ TEST(LibraryScan, LibraryThatCannotBeOpenedFailsTheScan) {
     TempLibrary library;
     library.write("Elsewhere/a.md", "x");
     library.link("Linked", library.path("Elsewhere"));
-    for (const std::string& root : {library.path("Missing"), library.path("Elsewhere/a.md"), library.path("Linked")}) {
+    for (const std::string& root :
+         {library.path("Missing"), library.path("Elsewhere/a.md"), library.path("Linked")}) {
         try {
             VorloMCPServer(root, library.preferences()).scanNotes();
             ADD_FAILURE() << root;
@@ -115,7 +119,8 @@ TEST(LibraryScan, RelativePathIsLexicalAndOnlyBelowTheLibrary) {
         {root + "Sibling/a.md", ""}, // shares the library's text, not its folder
         {"/elsewhere/a.md", ""},
     };
-    for (const auto& c : cases) EXPECT_EQ(server.relativePath(c.path), c.relative) << c.path;
+    for (const auto& c : cases)
+        EXPECT_EQ(server.relativePath(c.path), c.relative) << c.path;
 }
 
 } // namespace

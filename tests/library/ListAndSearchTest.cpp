@@ -12,17 +12,20 @@ namespace {
 // The structured result of a call, or the text of its failure.
 Json outcome(const TempLibrary& library, std::string_view tool, const Json& arguments) {
     const Json result = library.call(tool, arguments).at("result");
-    return result.at("isError").get<bool>() ? result.at("content").at(0).at("text") : result.at("structuredContent");
+    return result.at("isError").get<bool>() ? result.at("content").at(0).at("text")
+                                            : result.at("structuredContent");
 }
 
-std::string note(std::string_view title, std::string_view modified, std::string_view tags, std::string_view body) {
-    return "---\ntitle: \"" + std::string(title) + "\"\nmodified: " + std::string(modified) + "\ntags: " +
-           std::string(tags) + "\n---\n" + std::string(body);
+std::string note(std::string_view title, std::string_view modified, std::string_view tags,
+                 std::string_view body) {
+    return "---\ntitle: \"" + std::string(title) + "\"\nmodified: " + std::string(modified) +
+           "\ntags: " + std::string(tags) + "\n---\n" + std::string(body);
 }
 
 std::vector<std::string> paths(const Json& result) {
     std::vector<std::string> out;
-    for (const auto& summary : result.at("notes")) out.push_back(summary.at("path"));
+    for (const auto& summary : result.at("notes"))
+        out.push_back(summary.at("path"));
     return out;
 }
 
@@ -36,7 +39,8 @@ TEST(ListAndSearch, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
     std::filesystem::remove_all(library.library()); // any call that gets as far as the scan says so
     const std::string unreadable = "The selected Vorlo library could not be read.";
     std::string longest;
-    for (std::size_t i = 0; i < kMaximumQueryCharacters; ++i) longest += "e\u0301"; // two code points, one character
+    for (std::size_t i = 0; i < kMaximumQueryCharacters; ++i)
+        longest += "e\u0301"; // two code points, one character
     const struct {
         const char* tool;
         Json arguments;
@@ -45,7 +49,9 @@ TEST(ListAndSearch, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
         {"list_notes", {{"limit", "10"}, {"folder", 1}, {"tag", 1}}, "limit must be a number."},
         {"list_notes", {{"limit", nullptr}}, "limit must be a number."},
         {"list_notes", {{"folder", 1}, {"tag", 1}}, "folder must be a short string."},
-        {"list_notes", {{"folder", std::string(kMaximumShortStringCharacters + 1, ' ')}}, "folder must be a short string."},
+        {"list_notes",
+         {{"folder", std::string(kMaximumShortStringCharacters + 1, ' ')}},
+         "folder must be a short string."},
         {"list_notes", {{"tag", nullptr}}, "tag must be a short string."},
         {"list_notes", Json::object(), unreadable},
         {"search_notes", {{"limit", "x"}}, "query is required."},
@@ -55,7 +61,8 @@ TEST(ListAndSearch, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
         {"search_notes", {{"query", "x"}, {"limit", "x"}}, "limit must be a number."},
         {"search_notes", {{"query", "\n " + longest + " \n"}}, unreadable},
     };
-    for (const auto& c : cases) EXPECT_EQ(outcome(library, c.tool, c.arguments), c.message) << c.arguments.dump();
+    for (const auto& c : cases)
+        EXPECT_EQ(outcome(library, c.tool, c.arguments), c.message) << c.arguments.dump();
 }
 
 TEST(ListNotes, FiltersByWholeFolderAndWholeTagIgnoringCase) {
@@ -64,7 +71,8 @@ TEST(ListNotes, FiltersByWholeFolderAndWholeTagIgnoringCase) {
     library.write("Projects/Plan.md", note("Plan", "2024-01-01T00:00:00Z", R"(["Work"])", ""));
     library.write("Projects/Travel/Trip.md", note("Trip", "2024-01-01T00:00:00Z", "[]", "#work/trip"));
     library.write("Other/Cafe.md", note("Cafe", "2024-01-01T00:00:00Z", R"(["Café"])", ""));
-    const std::set<std::string> all = {"Root.md", "Projects/Plan.md", "Projects/Travel/Trip.md", "Other/Cafe.md"};
+    const std::set<std::string> all = {"Root.md", "Projects/Plan.md", "Projects/Travel/Trip.md",
+                                       "Other/Cafe.md"};
     const struct {
         Json arguments;
         std::set<std::string> expected;
@@ -95,8 +103,9 @@ TEST(ListNotes, NewestFirstByParsedDateThenTitleAndLimitCutsAfterCounting) {
     library.write("C.md", note("C", "2025-01-01T00:00:00Z", "[]", ""));
     library.write("D.md", "no header: the file's date decides");
     library.touch("D.md", 1893456000); // 2030
-    library.write("E.md", note("E", "2024-05-01T10:00:00.000Z", "[]", "")); // no parse: the file's date decides
-    library.touch("E.md", 946684800);                                      // 2000
+    library.write("E.md",
+                  note("E", "2024-05-01T10:00:00.000Z", "[]", "")); // no parse: the file's date decides
+    library.touch("E.md", 946684800);                               // 2000
 
     const Json all = outcome(library, "list_notes", Json::object());
     EXPECT_EQ(paths(all), (std::vector<std::string>{"D.md", "C.md", "B.md", "A.md", "E.md"}));
@@ -150,7 +159,8 @@ TEST(SearchNotes, TitleMatchesFirstThenModifiedTextDescendingThenScanOrder) {
         if (scanned.relativePath.starts_with("Tie")) ties.push_back(scanned.relativePath);
 
     const Json all = outcome(library, "search_notes", {{"query", "RUST"}});
-    EXPECT_EQ(paths(all), (std::vector<std::string>{"Title.md", "Word.md", "New.md", "Mid.md", ties[0], ties[1]}));
+    EXPECT_EQ(paths(all),
+              (std::vector<std::string>{"Title.md", "Word.md", "New.md", "Mid.md", ties[0], ties[1]}));
     EXPECT_EQ(all.at("notes").at(1).at("snippet"), "rust");
 
     const Json one = outcome(library, "search_notes", {{"query", "rust"}, {"limit", 1}});

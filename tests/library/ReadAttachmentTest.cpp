@@ -28,7 +28,9 @@ std::string attachmentPath(std::string_view name) {
 struct AttachmentLibrary : TempLibrary {
     AttachmentLibrary() { write("Note.md", std::string("---\nid: ") + kId + "\n---\nbody"); }
     void attach(std::string_view name, std::string_view bytes) const { write(attachmentPath(name), bytes); }
-    Json readAttachment(std::string_view name) const { return outcome(*this, {{"path", "note.MD"}, {"attachment_name", name}}); }
+    Json readAttachment(std::string_view name) const {
+        return outcome(*this, {{"path", "note.MD"}, {"attachment_name", name}});
+    }
 };
 
 TEST(ReadAttachment, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
@@ -39,21 +41,33 @@ TEST(ReadAttachment, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
         std::string message;
     } cases[] = {
         {{{"attachment_name", "x.png"}}, "path is required."},
-        {{{"path", "a.txt"}, {"attachment_name", 5}}, "path must identify a Markdown note inside the Vorlo library."},
+        {{{"path", "a.txt"}, {"attachment_name", 5}},
+         "path must identify a Markdown note inside the Vorlo library."},
         {{{"path", "a.md"}, {"attachment_name", 5}}, "attachment_name must be a short string."},
         {{{"path", "a.md"}}, kNotAName},
         {{{"path", "a.md"}, {"attachment_name", "   "}}, kNotAName},
         {{{"path", "a.md"}, {"attachment_name", "sub/photo.png"}}, kNotAName},
         {{{"path", "a.md"}, {"attachment_name", "../photo.png"}}, kNotAName},
         {{{"path", "a.md"}, {"attachment_name", "sub\\photo.png"}}, kNotAName},
-        {{{"path", "a.md"}, {"attachment_name", " photo.png "}}, "The selected Vorlo library could not be read."},
+        {{{"path", "a.md"}, {"attachment_name", " photo.png "}},
+         "The selected Vorlo library could not be read."},
     };
-    for (const auto& c : cases) EXPECT_EQ(outcome(library, c.arguments), c.message) << c.arguments.dump();
+    for (const auto& c : cases)
+        EXPECT_EQ(outcome(library, c.arguments), c.message) << c.arguments.dump();
 }
 
 TEST(ReadAttachment, DeliversImagesTextAndResourcesByMimeType) {
     AttachmentLibrary library;
-    const std::string uri = std::string("vorlo://attachment/") + kId + "/";
+    const auto image = [](const char* data, const char* mimeType) {
+        return Json{{"type", "image"}, {"data", data}, {"mimeType", mimeType}};
+    };
+    const auto text = [](const char* text) { return Json{{"type", "text"}, {"text", text}}; };
+    const auto resource = [](const std::string& name, const char* mimeType, const char* blob) {
+        const std::string uri =
+            std::string("vorlo://attachment/") + kId + "/" + name; // the blank stays as it is
+        return Json{{"type", "resource"},
+                    {"resource", {{"uri", uri}, {"name", name}, {"mimeType", mimeType}, {"blob", blob}}}};
+    };
     const struct {
         const char* name;
         const char* bytes;
@@ -61,32 +75,26 @@ TEST(ReadAttachment, DeliversImagesTextAndResourcesByMimeType) {
         const char* mimeType;
         Json item;
     } cases[] = {
-        {"photo.png", "\x89PNG", "png", "image/png", {{"type", "image"}, {"data", "iVBORw=="}, {"mimeType", "image/png"}}},
-        {"empty.png", "", "png", "image/png", {{"type", "image"}, {"data", ""}, {"mimeType", "image/png"}}},
-        {"drawing.svg", "<svg/>", "svg", "image/svg+xml",
-         {{"type", "image"}, {"data", "PHN2Zy8+"}, {"mimeType", "image/svg+xml"}}},
-        {"notes.txt", "héllo", "txt", "text/plain", {{"type", "text"}, {"text", "héllo"}}},
-        {"empty.txt", "", "txt", "text/plain", {{"type", "text"}, {"text", ""}}},
-        {"bad.txt", "\xff", "txt", "text/plain",
-         {{"type", "resource"},
-          {"resource", {{"uri", uri + "bad.txt"}, {"name", "bad.txt"}, {"mimeType", "text/plain"}, {"blob", "/w=="}}}}},
-        {"data.json", "{}", "json", "application/json",
-         {{"type", "resource"},
-          {"resource",
-           {{"uri", uri + "data.json"}, {"name", "data.json"}, {"mimeType", "application/json"}, {"blob", "e30="}}}}},
+        {"photo.png", "\x89PNG", "png", "image/png", image("iVBORw==", "image/png")},
+        {"empty.png", "", "png", "image/png", image("", "image/png")},
+        {"drawing.svg", "<svg/>", "svg", "image/svg+xml", image("PHN2Zy8+", "image/svg+xml")},
+        {"notes.txt", "héllo", "txt", "text/plain", text("héllo")},
+        {"empty.txt", "", "txt", "text/plain", text("")},
+        {"bad.txt", "\xff", "txt", "text/plain", resource("bad.txt", "text/plain", "/w==")},
+        {"data.json", "{}", "json", "application/json", resource("data.json", "application/json", "e30=")},
         {"my Report.PDF", "%PDF", "pdf", "application/pdf",
-         {{"type", "resource"},
-          {"resource",
-           {{"uri", uri + "my Report.PDF"}, {"name", "my Report.PDF"}, {"mimeType", "application/pdf"}, {"blob", "JVBERg=="}}}}},
-        {"README", "", "", "application/octet-stream",
-         {{"type", "resource"},
-          {"resource", {{"uri", uri + "README"}, {"name", "README"}, {"mimeType", "application/octet-stream"}, {"blob", ""}}}}},
+         resource("my Report.PDF", "application/pdf", "JVBERg==")},
+        {"README", "", "", "application/octet-stream", resource("README", "application/octet-stream", "")},
     };
-    for (const auto& c : cases) library.attach(c.name, c.bytes);
+    for (const auto& c : cases)
+        library.attach(c.name, c.bytes);
     for (const auto& c : cases) {
         const Json result = library.readAttachment(c.name);
         ASSERT_TRUE(result.is_object()) << c.name << ": " << result;
-        const Json metadata = {{"note_path", "Note.md"}, {"name", c.name}, {"type", c.type}, {"mime_type", c.mimeType},
+        const Json metadata = {{"note_path", "Note.md"},
+                               {"name", c.name},
+                               {"type", c.type},
+                               {"mime_type", c.mimeType},
                                {"size_bytes", std::string_view(c.bytes).size()}};
         EXPECT_EQ(result.at("structuredContent"), metadata) << c.name;
         ASSERT_EQ(result.at("content").size(), 2u) << c.name;
@@ -131,8 +139,12 @@ TEST(ReadAttachment, LibraryReachedThroughALinkWorks) {
     const std::string linkedRoot = library.root() + "/Linked";
     std::filesystem::create_directory_symlink(library.root(), linkedRoot);
     const VorloMCPServer server(linkedRoot + "/Library", library.preferences());
-    const Json request = {{"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"},
-                          {"params", {{"name", "read_attachment"}, {"arguments", {{"path", "Note.md"}, {"attachment_name", "a.txt"}}}}}};
+    const Json request = {
+        {"jsonrpc", "2.0"},
+        {"id", 1},
+        {"method", "tools/call"},
+        {"params",
+         {{"name", "read_attachment"}, {"arguments", {{"path", "Note.md"}, {"attachment_name", "a.txt"}}}}}};
     const Json reply = Json::parse(*server.handle(request.dump()));
     EXPECT_EQ(reply.at("result").at("content").at(1).at("text"), "text") << reply;
 }
@@ -141,7 +153,8 @@ TEST(ReadAttachment, SizeLimitIsInclusive) {
     AttachmentLibrary library;
     library.attach("at.txt", std::string(kMaximumAttachmentBytes, 'a'));
     library.attach("over.txt", std::string(kMaximumAttachmentBytes + 1, 'a'));
-    EXPECT_EQ(library.readAttachment("at.txt").at("structuredContent").at("size_bytes"), kMaximumAttachmentBytes);
+    EXPECT_EQ(library.readAttachment("at.txt").at("structuredContent").at("size_bytes"),
+              kMaximumAttachmentBytes);
     EXPECT_EQ(library.readAttachment("over.txt"), kTooLarge);
 }
 

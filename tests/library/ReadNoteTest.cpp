@@ -15,7 +15,8 @@ constexpr const char* kBadPath = "path must identify a Markdown note inside the 
 
 Json outcome(const TempLibrary& library, std::string_view tool, const Json& arguments) {
     const Json result = library.call(tool, arguments).at("result");
-    return result.at("isError").get<bool>() ? result.at("content").at(0).at("text") : result.at("structuredContent");
+    return result.at("isError").get<bool>() ? result.at("content").at(0).at("text")
+                                            : result.at("structuredContent");
 }
 
 std::string withId(std::string_view id, std::string_view body = "") {
@@ -42,7 +43,8 @@ TEST(ReadNote, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
         {{{"path", "a.md"}, {"max_characters", nullptr}}, "max_characters must be a number."},
         {{{"path", "a.MD"}, {"max_characters", 0}}, "The selected Vorlo library could not be read."},
     };
-    for (const auto& c : cases) EXPECT_EQ(outcome(library, "read_note", c.arguments), c.message) << c.arguments.dump();
+    for (const auto& c : cases)
+        EXPECT_EQ(outcome(library, "read_note", c.arguments), c.message) << c.arguments.dump();
 }
 
 TEST(ReadNote, NamesANoteOnlyThroughTheScan) {
@@ -80,10 +82,17 @@ TEST(ReadNote, MaxCharactersIsClampedAndCutsBetweenCharacters) {
         std::string content;
         bool truncated;
     } cases[] = {
-        {"abc.md", 0, "a", true},      {"abc.md", -3, "a", true},        {"abc.md", true, "a", true},
-        {"abc.md", false, "a", true},  {"abc.md", 2.9, "ab", true},      {"abc.md", 3, "abc", false},
-        {"emoji.md", 2, "😀👍🏽", true}, {"emoji.md", 3, "😀👍🏽🇩🇪", false}, {"empty.md", nullptr, "", false},
-        {"long.md", nullptr, longest, true}, {"long.md", 999999, longest, true},
+        {"abc.md", 0, "a", true},
+        {"abc.md", -3, "a", true},
+        {"abc.md", true, "a", true},
+        {"abc.md", false, "a", true},
+        {"abc.md", 2.9, "ab", true},
+        {"abc.md", 3, "abc", false},
+        {"emoji.md", 2, "😀👍🏽", true},
+        {"emoji.md", 3, "😀👍🏽🇩🇪", false},
+        {"empty.md", nullptr, "", false},
+        {"long.md", nullptr, longest, true},
+        {"long.md", 999999, longest, true},
     };
     for (const auto& c : cases) {
         Json arguments = {{"path", c.path}};
@@ -93,15 +102,17 @@ TEST(ReadNote, MaxCharactersIsClampedAndCutsBetweenCharacters) {
         EXPECT_EQ(result.at("truncated"), c.truncated) << arguments.dump();
     }
     // The summary's keys describe the whole note, not the cut text.
-    EXPECT_EQ(outcome(library, "read_note", {{"path", "abc.md"}, {"max_characters", 1}}).at("preview"), "abc");
+    EXPECT_EQ(outcome(library, "read_note", {{"path", "abc.md"}, {"max_characters", 1}}).at("preview"),
+              "abc");
 }
 
 TEST(Attachments, ListsPlainFilesOfTheNotesFolderSortedByName) {
     TempLibrary library;
-    library.write("Note.md", withId("12345678-90ab-cdef-1234-567890abcdef")); // the folder is named canonically
+    library.write("Note.md",
+                  withId("12345678-90ab-cdef-1234-567890abcdef")); // the folder is named canonically
     const std::string folder = std::string("Vorlo Data/Attachments/") + kId;
-    for (const char* name : {"b.png", "A.png", "a.PNG", "README", "archive.tar.GZ", ".hidden.png", "sub/inner.png",
-                             "\xff.png"})
+    for (const char* name :
+         {"b.png", "A.png", "a.PNG", "README", "archive.tar.GZ", ".hidden.png", "sub/inner.png", "\xff.png"})
         library.write(folder + "/" + name, "abc");
     library.link(folder + "/link.png", library.path(folder + "/b.png"));
 
@@ -111,9 +122,13 @@ TEST(Attachments, ListsPlainFilesOfTheNotesFolderSortedByName) {
         if (entry.name == "A.png" || entry.name == "a.PNG") sameName.push_back(entry.name);
     const Json attachments = outcome(library, "read_note", {{"path", "Note.md"}}).at("attachments");
     std::vector<std::string> names;
-    for (const auto& entry : attachments) names.push_back(entry.at("name"));
-    EXPECT_EQ(names, (std::vector<std::string>{sameName[0], sameName[1], "archive.tar.GZ", "b.png", "README"}));
-    EXPECT_EQ(attachments.at(2), (Json{{"name", "archive.tar.GZ"}, {"type", "gz"}, {"size_bytes", 3},
+    for (const auto& entry : attachments)
+        names.push_back(entry.at("name"));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{sameName[0], sameName[1], "archive.tar.GZ", "b.png", "README"}));
+    EXPECT_EQ(attachments.at(2), (Json{{"name", "archive.tar.GZ"},
+                                       {"type", "gz"},
+                                       {"size_bytes", 3},
                                        {"library_relative_path", folder + "/archive.tar.GZ"}}));
     EXPECT_EQ(attachments.at(4).at("type"), "");
 }
@@ -122,7 +137,8 @@ TEST(Attachments, NoteWithoutUsableFolderHasNone) {
     TempLibrary library;
     const std::string other = "AAAAAAAA-BBBB-CCCC-DDDD-EEEEEEEEEEEE";
     library.write(std::string("Vorlo Data/Attachments/") + kId + "/x.png", "x");
-    library.link("Vorlo Data/Attachments/" + other, library.path(std::string("Vorlo Data/Attachments/") + kId));
+    library.link("Vorlo Data/Attachments/" + other,
+                 library.path(std::string("Vorlo Data/Attachments/") + kId));
     library.write("Linked.md", withId(other));
     library.write("NoId.md", withId("not-a-uuid"));
     library.write("Missing.md", withId("FFFFFFFF-BBBB-CCCC-DDDD-EEEEEEEEEEEE"));

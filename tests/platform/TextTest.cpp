@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,12 @@ std::string utf8(char32_t c) {
         out += static_cast<char>(0x80 | (c >> 6 & 0x3F));
         out += static_cast<char>(0x80 | (c & 0x3F));
     }
+    return out;
+}
+
+std::string repeated(std::string_view piece, std::size_t count) {
+    std::string out;
+    for (std::size_t i = 0; i < count; ++i) out += piece;
     return out;
 }
 
@@ -259,14 +266,52 @@ TEST(TextFolding, FindsFoldedTextByCharacterOffset) {
         {"abc", "d", std::nullopt},
         {"", "a", std::nullopt},
         {"abc", "", std::nullopt},
-        {longAscii.substr(0, 16382) + "XYZ" + longAscii, "xyz", 16382}, // across the window edge
         {longAscii + "XYZ", "xyz", 20000},
+        {repeated("ab\r\n", 30000) + "Z", "\nz", 89999},
         {longAccented + "Target", "target", 9000},
         {longAccented, "ee", 0},
         {longAscii, "b", std::nullopt},
     };
     for (const Case& c : cases)
         EXPECT_EQ(findFoldedCharacterOffset(c.text, c.needle), c.offset) << c.text.substr(0, 40) << " / " << c.needle;
+}
+
+// The reference folds the text one character at a time through the whole-text folding, with a
+// table from folded offsets to characters; the real search folds in windows with its own fast paths.
+TEST(TextFolding, SearchAgreesWithCharacterByCharacterFolding) {
+    const std::vector<std::string> pieces = {
+        "a", "B", "xyz ", " ", "\r\n", "\r", "\n", "I", "\u00E9", "E\u0301", "\u00DF", "\uFB01", "\u0130",
+        "\u212A", "\u03A3", "\u4E2D", "\U0001F1E9\U0001F1EA", "\u0301", "\u0345", "\U0001F468\u200D\U0001F469",
+    };
+    std::mt19937 random(11);
+    std::uniform_int_distribution<std::size_t> pick(0, pieces.size() - 1);
+    for (int round = 0; round < 60; ++round) {
+        const std::size_t count = round < 3 ? 60000 : std::uniform_int_distribution<std::size_t>(0, 200)(random);
+        std::string text;
+        for (std::size_t n = 0; n < count; ++n) text += pieces[pick(random)];
+
+        std::string folded;
+        std::vector<std::size_t> starts;
+        for (std::string_view rest = text; !rest.empty();) {
+            const std::string_view character = firstCharacters(rest, 1);
+            starts.push_back(folded.size());
+            folded += foldWithoutLocale(character);
+            rest.remove_prefix(character.size());
+        }
+        ASSERT_EQ(foldWithoutLocale(text), folded);
+
+        for (int probe = 0; probe < 5 && !folded.empty(); ++probe) {
+            // Needles cut from the folded text itself, so most are found, some only late.
+            const std::size_t from = std::uniform_int_distribution<std::size_t>(0, folded.size() - 1)(random);
+            std::string needle = folded.substr(from, std::uniform_int_distribution<std::size_t>(1, 12)(random));
+            if (!isValidUtf8(needle)) continue;
+            std::optional<std::size_t> expected;
+            if (const std::size_t match = folded.find(needle); match != std::string::npos)
+                expected = static_cast<std::size_t>(std::upper_bound(starts.begin(), starts.end(), match) - starts.begin()) - 1;
+            ASSERT_EQ(findFoldedCharacterOffset(text, needle), expected) << needle;
+        }
+        ASSERT_EQ(findFoldedCharacterOffset(text, "\u00E9"), std::nullopt); // never in folded text
+    }
 }
 
 TEST(TextComparison, CaseInsensitiveEqualityHonoursCanonicalEquivalence) {
