@@ -3,6 +3,7 @@
 
 #include "library/NoteParser.h"
 #include "platform/Crypto.h"
+#include "platform/BatchRead.h"
 #include "platform/Errors.h"
 #include "platform/Files.h"
 #include "platform/FilesAt.h"
@@ -11,6 +12,13 @@
 #include "tools/Limits.h"
 #include "tools/Validators.h"
 
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
 #include <vector>
 
 namespace vorlo::library {
@@ -19,10 +27,6 @@ namespace {
 // The folder in the library's root where the notes application keeps attachments and locks.
 constexpr std::string_view kPrivateFolderName = "Vorlo Data";
 
-// Asked of a candidate's library-relative path once it has passed the textual tests, before the
-// file is opened; a walk without one takes every note.
-using PathFilter = std::function<bool(std::string_view)>;
-
 // Only "M" and "D" lower-case to "m" and "d" in all of Unicode, so a byte comparison decides
 // "the extension in lower case is md" for any name.
 bool hasMarkdownExtension(std::string_view name) {
@@ -30,35 +34,41 @@ bool hasMarkdownExtension(std::string_view name) {
     return extension.size() == 2 && (extension[0] | 0x20) == 'm' && (extension[1] | 0x20) == 'd';
 }
 
-// What the walk does with one entry of a folder.
-struct Verdict {
-    bool enter = false;           // a folder whose contents the walk takes next
-    std::optional<NoteFile> note; // an admitted note file
-};
+// The functions below are the one definition of what the walk enters and what it admits; the
+// full walk and the lookup by path both judge every entry on their way with them, so that they
+// cannot disagree. Hidden entries never reach them: the listing leaves them out with everything
+// below them.
 
-// The one definition of what the walk enters and what it admits. Anything that finds a note by
-// another route must come to the same verdict for every entry on its way. Hidden entries never
-// reach it: the listing leaves them out with everything below them.
-Verdict judgeEntry(int folderFd, const fs::DirectoryEntry& entry, const std::string& relativePath,
-                   bool inRoot, const PathFilter& wanted) {
-    Verdict verdict;
-    if (entry.kind == fs::EntryKind::Directory) {
-        // Only the root's private folder is the system's; one of that name further down is the user's.
-        // A link to a folder is no Directory here, so the walk never leaves the library through one.
-        verdict.enter = !(inRoot && entry.name == kPrivateFolderName);
-        return verdict;
-    }
-    if (!hasMarkdownExtension(entry.name)) return verdict;
+// Whether the walk goes into `entry` of a folder (`inRoot`: of the library's root).
+bool entersFolder(const fs::DirectoryEntry& entry, bool inRoot) {
+    // Only the root's private folder is the system's; one of that name further down is the user's.
+    // A link to a folder is no Directory here, so the walk never leaves the library through one.
+    return entry.kind == fs::EntryKind::Directory && !(inRoot && entry.name == kPrivateFolderName);
+}
+
+// Whether `entry` may be a note as far as its listing tells: the tests before the file is opened.
+bool isNoteCandidate(const fs::DirectoryEntry& entry, const std::string& relativePath, const PathFilter& wanted) {
+    if (!hasMarkdownExtension(entry.name)) return false;
     // A name that is not UTF-8 could never be written into a reply.
-    if (!text::isValidUtf8(relativePath) || !tools::isSafeRelativePath(relativePath)) return verdict;
-    if (wanted && !wanted(relativePath)) return verdict;
-    if (entry.kind != fs::EntryKind::RegularFile) return verdict;
-    // The listing's kind may be stale: the read refuses a link, a FIFO or a device that took the
-    // file's place since, without blocking, and judges the size of what it actually opened.
-    auto contents = fs::readRegularFileAt(folderFd, entry.name.c_str(), kMaximumNoteBytes);
-    if (!contents || !text::isValidUtf8(contents->bytes)) return verdict;
-    verdict.note = NoteFile{relativePath, std::move(contents->bytes), contents->modified};
-    return verdict;
+    if (!text::isValidUtf8(relativePath) || !tools::isSafeRelativePath(relativePath)) return false;
+    if (wanted && !wanted(relativePath)) return false;
+    return entry.kind == fs::EntryKind::RegularFile;
+}
+
+// The note that a candidate is, given what reading it gave. The read (readRegularFileAt, or a
+// batch of the same) refuses a link, a FIFO or a device that took the file's place since the
+// listing, without blocking, and judges the size of what it actually opened.
+std::optional<NoteFile> noteFromContents(std::optional<fs::FileContents>&& contents, const std::string& relativePath) {
+    if (!contents || !text::isValidUtf8(contents->bytes)) return std::nullopt;
+    return NoteFile{relativePath, std::move(contents->bytes), contents->modified};
+}
+
+// The note file at `entry` of the open folder, read now; absent when the entry is no note or
+// `wanted` turns its path down.
+std::optional<NoteFile> admitNote(int folderFd, const fs::DirectoryEntry& entry, const std::string& relativePath,
+                                  const PathFilter& wanted = {}) {
+    if (!isNoteCandidate(entry, relativePath, wanted)) return std::nullopt;
+    return noteFromContents(fs::readRegularFileAt(folderFd, entry.name.c_str(), kMaximumNoteBytes), relativePath);
 }
 
 struct OpenFolder {
@@ -75,19 +85,151 @@ std::optional<OpenFolder> openFolder(fs::UniqueFd fd, std::string relativePath) 
     return OpenFolder{std::move(fd), std::move(*entries), 0, std::move(relativePath)};
 }
 
+// Runs the visitor of a walk on a second thread, batch after batch in walk order, while the walk
+// lists and reads the next batch: on two cores the parsing and matching of notes then costs
+// little more than reading them. The visitor runs on that one thread only, one note after the
+// other, so nothing it computes depends on timing.
+class VisitingThread {
+public:
+    explicit VisitingThread(const std::function<void(NoteFile&&)>& visit) : visit_(visit), thread_([this] { run(); }) {}
+    ~VisitingThread() {
+        {
+            const std::lock_guard lock(mutex_);
+            closed_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+    VisitingThread(const VisitingThread&) = delete;
+    VisitingThread& operator=(const VisitingThread&) = delete;
+
+    // Hands a batch over, waiting while two are still to be visited; throws what the visitor threw.
+    void hand(std::vector<NoteFile>&& batch) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return waiting_.size() < 2 || failure_; });
+        if (failure_) std::rethrow_exception(failure_);
+        waiting_.push_back(std::move(batch));
+        lock.unlock();
+        changed_.notify_all();
+    }
+
+    // Waits until every batch is visited; throws what the visitor threw.
+    void finish() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return (waiting_.empty() && !busy_) || failure_; });
+        if (failure_) std::rethrow_exception(failure_);
+    }
+
+    // The buffers that visited notes left behind, for later reads.
+    std::vector<std::string> spentBuffers() {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(spent_, {});
+    }
+
+private:
+    void run() {
+        for (;;) {
+            std::vector<NoteFile> batch;
+            {
+                std::unique_lock lock(mutex_);
+                changed_.wait(lock, [&] { return !waiting_.empty() || closed_; });
+                // Closed early only when the walk failed: what still waits is not needed.
+                if (closed_ || failure_) return;
+                batch = std::move(waiting_.front());
+                waiting_.pop_front();
+                busy_ = true;
+            }
+            std::exception_ptr failure;
+            std::vector<std::string> spent;
+            try {
+                for (NoteFile& file : batch) {
+                    visit_(std::move(file));
+                    if (file.bytes.capacity() > 0) spent.push_back(std::move(file.bytes));
+                }
+            } catch (...) {
+                failure = std::current_exception();
+            }
+            {
+                const std::lock_guard lock(mutex_);
+                busy_ = false;
+                failure_ = failure;
+                for (std::string& buffer : spent) spent_.push_back(std::move(buffer));
+            }
+            changed_.notify_all();
+        }
+    }
+
+    const std::function<void(NoteFile&&)>& visit_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::vector<NoteFile>> waiting_;
+    std::vector<std::string> spent_;
+    bool busy_ = false;
+    bool closed_ = false;
+    std::exception_ptr failure_;
+    std::thread thread_; // last, so that it starts when everything above is ready
+};
+
 // Depth-first, each folder's entries in listing order and a folder's contents right after the
 // folder, so the order is a function of the listings alone. The stack holds one open folder per
 // level, not the call stack, so no depth of nesting can overflow it; a level that cannot be opened
 // (out of descriptors, no permission, swapped for a link) is passed over like any unreadable folder.
-// `visit` returns false to end the walk.
-void walk(const std::string& libraryPath, const PathFilter& wanted,
-          const std::function<bool(NoteFile&&)>& visit) {
-    std::vector<OpenFolder> stack;
+//
+// The candidates are read a batch at a time, in walk order, and handed on in that order as each
+// batch completes; a folder's descriptor stays open while a candidate in it waits for its batch.
+void walk(const std::string& libraryPath, const PathFilter& wanted, const std::function<void(NoteFile&&)>& visit) {
+    struct Candidate {
+        std::shared_ptr<const fs::UniqueFd> folder;
+        std::string name;
+        std::string relativePath;
+    };
+    struct Level {
+        std::shared_ptr<const fs::UniqueFd> fd;
+        std::vector<fs::DirectoryEntry> entries;
+        std::size_t next = 0;
+        std::string relativePath;
+    };
+    const auto level = [](std::optional<OpenFolder> folder) {
+        return Level{std::make_shared<const fs::UniqueFd>(std::move(folder->fd)), std::move(folder->entries), 0,
+                     std::move(folder->relativePath)};
+    };
+
+    std::vector<Level> stack;
     auto root = openFolder(fs::openDirectory(libraryPath), "");
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
-    stack.push_back(std::move(*root));
+
+    fs::FileBatchReader reader(kMaximumNoteBytes);
+    // One core has nothing to share the work with; the plain way, one call at a time, keeps to one thread.
+    std::optional<VisitingThread> visitor;
+    if (std::thread::hardware_concurrency() > 1 && !fs::plainReadsChosen()) visitor.emplace(visit);
+    std::vector<Candidate> candidates;
+    std::vector<fs::FileRequest> requests;
+    std::vector<NoteFile> batch;
+    const auto readCandidates = [&] {
+        requests.clear();
+        for (const Candidate& candidate : candidates)
+            requests.push_back(fs::FileRequest{candidate.folder->get(), candidate.name.c_str()});
+        if (visitor)
+            for (std::string& buffer : visitor->spentBuffers()) reader.recycle(std::move(buffer));
+        std::size_t next = 0;
+        reader.read(requests, [&](std::optional<fs::FileContents>&& contents) {
+            Candidate& candidate = candidates[next++];
+            auto note = noteFromContents(std::move(contents), candidate.relativePath);
+            if (!note) return;
+            if (visitor) {
+                batch.push_back(std::move(*note));
+                return;
+            }
+            visit(std::move(*note));
+            // Whatever bytes the visitor left behind serve the next batch.
+            reader.recycle(std::move(note->bytes));
+        });
+        candidates.clear();
+        if (visitor && !batch.empty()) visitor->hand(std::exchange(batch, {}));
+    };
+    stack.push_back(level(std::move(root)));
     while (!stack.empty()) {
-        OpenFolder& folder = stack.back();
+        Level& folder = stack.back();
         if (folder.next == folder.entries.size()) {
             stack.pop_back();
             continue;
@@ -95,35 +237,64 @@ void walk(const std::string& libraryPath, const PathFilter& wanted,
         const fs::DirectoryEntry& entry = folder.entries[folder.next++];
         std::string relativePath =
             folder.relativePath.empty() ? entry.name : folder.relativePath + "/" + entry.name;
-        Verdict verdict = judgeEntry(folder.fd.get(), entry, relativePath, stack.size() == 1, wanted);
-        if (verdict.note && !visit(std::move(*verdict.note))) return;
-        if (verdict.enter) {
-            auto inner =
-                openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), std::move(relativePath));
-            if (inner) stack.push_back(std::move(*inner)); // `folder` and `entry` are stale from here on
+        if (entry.kind == fs::EntryKind::Directory) {
+            if (!entersFolder(entry, stack.size() == 1)) continue;
+            auto inner = openFolder(fs::openDirectoryAt(folder.fd->get(), entry.name.c_str()), std::move(relativePath));
+            if (inner) stack.push_back(level(std::move(inner))); // `folder` and `entry` are stale from here on
+        } else if (isNoteCandidate(entry, relativePath, wanted)) {
+            candidates.push_back(Candidate{folder.fd, entry.name, std::move(relativePath)});
+            if (candidates.size() == fs::FileBatchReader::kBatchSize) readCandidates();
         }
     }
+    readCandidates();
+    if (visitor) visitor->finish();
 }
 
 } // namespace
 
-void walkNoteFiles(const std::string& libraryPath, const std::function<void(NoteFile&&)>& visit) {
-    walk(libraryPath, {}, [&](NoteFile&& file) {
-        visit(std::move(file));
-        return true;
-    });
+void walkNoteFiles(const std::string& libraryPath, const std::function<void(NoteFile&&)>& visit,
+                   const PathFilter& wanted) {
+    walk(libraryPath, wanted, visit);
 }
 
+// The walk restricted to the entries whose names match the path's components, level by level.
+// Matching names component by component is matching the whole path: the comparison's folding and
+// canonical decomposition work character by character, nothing folds or decomposes to or into "/",
+// and "/" is a starter that no mark is reordered across, so a path's key is its components' keys
+// joined by "/". A level may hold several matches (names that differ in case or in their Unicode
+// spelling); they are tried in listing order, each one's folder depth-first before the next, which
+// is the order in which the full walk meets them.
 std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string_view relativePath) {
-    std::optional<NoteFile> found;
-    walk(
-        libraryPath,
-        [&](std::string_view candidate) { return text::caseInsensitiveEqual(candidate, relativePath); },
-        [&](NoteFile&& file) {
-            found = std::move(file);
-            return false;
-        });
-    return found;
+    std::vector<std::string_view> components;
+    for (std::size_t at = 0;;) {
+        const std::size_t slash = relativePath.find('/', at);
+        components.push_back(relativePath.substr(at, slash == std::string_view::npos ? slash : slash - at));
+        if (slash == std::string_view::npos) break;
+        at = slash + 1;
+    }
+    // As in the walk, one open folder per level on a stack of our own: the path has no length limit.
+    std::vector<OpenFolder> stack;
+    auto root = openFolder(fs::openDirectory(libraryPath), "");
+    if (!root) throw ServerError("The selected Vorlo library could not be read.");
+    stack.push_back(std::move(*root));
+    while (!stack.empty()) {
+        OpenFolder& folder = stack.back();
+        const std::size_t level = stack.size() - 1;
+        if (folder.next == folder.entries.size()) {
+            stack.pop_back();
+            continue;
+        }
+        const fs::DirectoryEntry& entry = folder.entries[folder.next++];
+        if (!text::caseInsensitiveEqual(entry.name, components[level])) continue;
+        std::string path = folder.relativePath.empty() ? entry.name : folder.relativePath + "/" + entry.name;
+        if (level + 1 == components.size()) {
+            if (auto note = admitNote(folder.fd.get(), entry, path)) return note;
+        } else if (entersFolder(entry, level == 0)) {
+            auto inner = openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), std::move(path));
+            if (inner) stack.push_back(std::move(*inner)); // `folder` and `entry` are stale from here on
+        }
+    }
+    return std::nullopt;
 }
 
 NoteRecord makeRecord(NoteFile&& file) {

@@ -18,13 +18,23 @@ struct NoteFile {
     std::optional<Timestamp> modified;
 };
 
+// Asked of a candidate's library-relative path once it has passed the textual tests, before the
+// file is opened; a walk without one takes every note.
+using PathFilter = std::function<bool(std::string_view)>;
+
 // Walks the library depth-first, in the file system's own order, and hands every admitted note
-// file to `visit`, in that order. Throws ServerError "The selected Vorlo library could not be read."
-// when the library cannot be opened; nothing else fails the walk.
-void walkNoteFiles(const std::string& libraryPath, const std::function<void(NoteFile&&)>& visit);
+// file that `wanted` accepts to `visit`, in that order. `visit` may run on a second thread, one
+// call after the other, while the walk reads ahead; it must share no unguarded state with anything
+// but the caller, who waits, and what it throws comes out of the walk. Throws ServerError "The
+// selected Vorlo library could not be read." when the library cannot be opened; nothing else
+// fails the walk.
+void walkNoteFiles(const std::string& libraryPath, const std::function<void(NoteFile&&)>& visit,
+                   const PathFilter& wanted = {});
 
 // The note file that a full walk would yield first among those whose relative path compares equal
-// to `relativePath` ignoring case; absent when there is none.
+// to `relativePath` ignoring case (text::caseInsensitiveEqual); absent when there is none. Only the
+// folders along the path are listed and only the matching files are read, at the time of the call.
+// Throws as walkNoteFiles does when the library cannot be opened.
 std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string_view relativePath);
 
 // Hashes and parses an admitted file into its record.

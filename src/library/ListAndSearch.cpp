@@ -1,6 +1,16 @@
 // The list_notes and search_notes tools.
+//
+// Both stream the walk instead of holding the whole library: each note is judged from its header
+// and body as it arrives, counted when it passes, and kept, with its bytes, only while it stands
+// among the best `limit` so far. The kept notes alone are hashed, parsed in full and summarised at
+// the end. The order of the best is that of a stable sort of the whole walk: the walk's position
+// breaks every tie the comparator leaves.
+#include "library/InlineTags.h"
+#include "library/LibraryScan.h"
+#include "library/NoteParser.h"
 #include "library/Summaries.h"
 #include "platform/Errors.h"
+#include "platform/Json.h"
 #include "platform/Text.h"
 #include "platform/Time.h"
 #include "protocol/VorloMCPServer.h"
@@ -8,6 +18,7 @@
 #include "tools/Validators.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace vorlo {
 namespace {
@@ -20,25 +31,62 @@ Json resultOf(Json notes, std::size_t totalMatches) {
     return result;
 }
 
-// The `modified` text that the note's summary shows (null counting as ""), worked out without
-// building the summary, which only the returned notes get.
-std::string shownModified(const NoteRecord& note) {
-    if (note.modified) return *note.modified;
-    if (note.fileModificationDate) return formatIso8601(*note.fileModificationDate);
-    return {};
-}
+// A note's text as the parser sees it, without building its record: the line ends normalised (in
+// a scratch copy, for the few files that have carriage returns) and the header split off.
+class NoteView {
+  public:
+    NoteView(const std::string& bytes, std::string& scratch) : text_(bytes) {
+        if (std::memchr(bytes.data(), '\r', bytes.size()) != nullptr) {
+            scratch = bytes;
+            library::normaliseLineEnds(scratch);
+            text_ = scratch;
+        }
+        parts_ = library::splitNote(text_);
+    }
+    const library::NoteParts& parts() const { return parts_; }
+    std::string_view body() const { return text_.substr(parts_.bodyStart); }
 
-bool containsFolded(std::string_view text, const std::string& foldedQuery) {
-    return text::fold(text).find(foldedQuery) != std::string::npos;
-}
+    // Header tags then inline tags, as the record's tag list holds them before duplicates go, which
+    // changes nothing for a test of whether any of them qualifies.
+    template <typename Predicate> bool anyTag(Predicate qualifies) const {
+        if (parts_.tags)
+            if (const auto tags = decodeJsonStringArray(*parts_.tags))
+                if (std::any_of(tags->begin(), tags->end(), qualifies)) return true;
+        const auto inline_ = library::inlineTags(body());
+        return std::any_of(inline_.begin(), inline_.end(), qualifies);
+    }
 
-// 2 when the title holds the query, 1 when only the body or a tag does, 0 for no match.
-int searchScore(const NoteRecord& note, const std::string& foldedQuery) {
-    if (containsFolded(note.title, foldedQuery)) return 2;
-    for (const auto& tag : note.tags)
-        if (containsFolded(tag, foldedQuery)) return 1;
-    return containsFolded(note.content, foldedQuery) ? 1 : 0;
-}
+  private:
+    std::string_view text_;
+    library::NoteParts parts_;
+};
+
+// The best `limit` entries in the order `before`, a max-heap with the worst kept one on top.
+template <typename Entry, typename Before> class BestEntries {
+  public:
+    BestEntries(std::size_t limit, Before before) : limit_(limit), before_(before) { kept_.reserve(limit); }
+    bool full() const { return kept_.size() == limit_; }
+    const Entry& worst() const { return kept_.front(); }
+    void add(Entry entry) {
+        if (full()) {
+            std::pop_heap(kept_.begin(), kept_.end(), before_);
+            kept_.back() = std::move(entry);
+        } else {
+            kept_.push_back(std::move(entry));
+        }
+        std::push_heap(kept_.begin(), kept_.end(), before_);
+    }
+    // Best first.
+    std::vector<Entry> take() {
+        std::sort_heap(kept_.begin(), kept_.end(), before_);
+        return std::move(kept_);
+    }
+
+  private:
+    std::size_t limit_;
+    Before before_;
+    std::vector<Entry> kept_;
+};
 
 } // namespace
 
@@ -47,20 +95,54 @@ Json VorloMCPServer::listNotes(const Json& arguments) const {
     const auto folder = tools::optionalString(tools::argument(arguments, "folder"), "folder");
     const auto tag = tools::optionalString(tools::argument(arguments, "tag"), "tag");
 
-    std::vector<NoteRecord> notes = scanNotes();
-    std::erase_if(notes, [&](const NoteRecord& note) {
-        if (folder && !text::caseInsensitiveEqual(note.relativeFolder, *folder)) return true;
-        return tag && std::none_of(note.tags.begin(), note.tags.end(), [&](const std::string& noteTag) {
-                   return text::caseInsensitiveEqual(noteTag, *tag);
-               });
-    });
-    std::stable_sort(notes.begin(), notes.end(), library::newestFirst);
+    struct Entry {
+        Timestamp date;
+        std::string title;
+        std::size_t position; // in the walk
+        library::NoteFile file;
+    };
+    // newestFirst, with the walk's position deciding where it sees no difference.
+    const auto before = [](const Entry& a, const Entry& b) {
+        if (a.date != b.date) return a.date > b.date;
+        if (const int order = text::localizedCaseInsensitiveCompare(a.title, b.title); order != 0)
+            return order < 0;
+        return a.position < b.position;
+    };
+    BestEntries<Entry, decltype(before)> best(static_cast<std::size_t>(limit), before);
+    std::size_t total = 0;
+    std::string scratch;
+
+    // The folder is known from the path alone, so a note in another folder is never even read.
+    library::PathFilter inFolder;
+    if (folder)
+        inFolder = [&](std::string_view path) {
+            return text::caseInsensitiveEqual(library::folderOf(path), *folder);
+        };
+    library::walkNoteFiles(
+        libraryURL_,
+        [&](library::NoteFile&& file) {
+            const std::size_t position = total;
+            const NoteView view(file.bytes, scratch);
+            if (tag && !view.anyTag([&](const std::string& noteTag) {
+                    return text::caseInsensitiveEqual(noteTag, *tag);
+                }))
+                return;
+            ++total;
+            Entry entry{library::listingDate(view.parts().modified, file.modified), {}, position, {}};
+            // A later note that ties with the worst kept one goes behind it, so the title, which costs a
+            // JSON decoding, is needed only when the dates are equal.
+            if (best.full() && entry.date < best.worst().date) return;
+            entry.title = library::noteTitle(view.parts(), file.relativePath);
+            if (best.full() && !before(entry, best.worst())) return;
+            entry.file = std::move(file);
+            best.add(std::move(entry));
+        },
+        inFolder);
 
     Json shown = Json::array();
-    const std::size_t count = std::min(notes.size(), static_cast<std::size_t>(limit));
-    for (std::size_t i = 0; i < count; ++i)
-        shown.push_back(library::summary(notes[i]));
-    return resultOf(std::move(shown), notes.size());
+    for (Entry& entry : best.take())
+        shown.push_back(library::summary(library::makeRecord(std::move(entry.file))));
+    return resultOf(std::move(shown), total);
 }
 
 Json VorloMCPServer::searchNotes(const Json& arguments) const {
@@ -70,37 +152,61 @@ Json VorloMCPServer::searchNotes(const Json& arguments) const {
     if (query.empty() || text::hasMoreCharactersThan(query, kMaximumQueryCharacters))
         throw ServerError("query must contain 1 to 1000 characters.");
     const long long limit = tools::resultLimit(tools::argument(arguments, "limit"), kDefaultSearchLimit);
-    const std::string foldedQuery = text::fold(query);
+    const text::FoldedSearch search(query);
 
-    struct Match {
-        std::size_t index;
+    struct Entry {
         int score;
-        std::string modified;
+        std::string modified; // the summary's, null counting as ""
+        std::size_t position;
+        library::NoteFile file;
     };
-    const std::vector<NoteRecord> notes = scanNotes();
-    std::vector<Match> matches;
-    // A query that folds to nothing, such as a lone combining accent, matches no note rather than all.
-    if (!foldedQuery.empty()) {
-        for (std::size_t i = 0; i < notes.size(); ++i)
-            if (const int score = searchScore(notes[i], foldedQuery); score > 0)
-                matches.push_back(Match{i, score, shownModified(notes[i])});
-    }
     // The `modified` texts compare by code point (byte order of UTF-8), not as dates: texts of one
     // form then come out newest first, and those of other forms fall where their characters put them.
-    std::stable_sort(matches.begin(), matches.end(), [](const Match& a, const Match& b) {
+    const auto before = [](const Entry& a, const Entry& b) {
         if (a.score != b.score) return a.score > b.score;
-        return a.modified > b.modified;
-    });
+        if (a.modified != b.modified) return a.modified > b.modified;
+        return a.position < b.position;
+    };
+    BestEntries<Entry, decltype(before)> best(static_cast<std::size_t>(limit), before);
+    std::size_t total = 0;
+    std::size_t position = 0;
+    std::string scratch;
+
+    // A query that folds to nothing, such as a lone combining accent, matches no note rather than
+    // all; the walk still runs, so that a library that cannot be read says so.
+    library::PathFilter nothing;
+    if (search.folded().empty()) nothing = [](std::string_view) { return false; };
+    library::walkNoteFiles(
+        libraryURL_,
+        [&](library::NoteFile&& file) {
+            const NoteView view(file.bytes, scratch);
+            // 2 when the title holds the query, 1 when only the body or a tag does.
+            int score = 0;
+            if (search.foundIn(library::noteTitle(view.parts(), file.relativePath)))
+                score = 2;
+            else if (search.foundIn(view.body()) ||
+                     view.anyTag([&](const std::string& t) { return search.foundIn(t); }))
+                score = 1;
+            const std::size_t at = position++;
+            if (score == 0) return;
+            ++total;
+            if (best.full() && score < best.worst().score) return;
+            Entry entry{
+                score, library::shownModified(view.parts().modified, file.modified).value_or(""), at, {}};
+            if (best.full() && !before(entry, best.worst())) return;
+            entry.file = std::move(file);
+            best.add(std::move(entry));
+        },
+        nothing);
 
     Json shown = Json::array();
-    const std::size_t count = std::min(matches.size(), static_cast<std::size_t>(limit));
-    for (std::size_t i = 0; i < count; ++i) {
-        const NoteRecord& note = notes[matches[i].index];
-        Json entry = library::summary(note);
-        entry["snippet"] = library::snippet(note.content, query);
-        shown.push_back(std::move(entry));
+    for (Entry& entry : best.take()) {
+        const NoteRecord note = library::makeRecord(std::move(entry.file));
+        Json summary = library::summary(note);
+        summary["snippet"] = library::snippet(note.content, query);
+        shown.push_back(std::move(summary));
     }
-    return resultOf(std::move(shown), matches.size());
+    return resultOf(std::move(shown), total);
 }
 
 } // namespace vorlo

@@ -16,49 +16,27 @@ namespace {
 constexpr std::string_view kOpeningDelimiter = "---\n";
 constexpr std::string_view kClosingDelimiter = "\n---\n";
 
-// The header keys the reader knows, each holding the value of its last line.
-struct HeaderValues {
-    std::optional<std::string_view> id, title, created, modified, tags, pinned, archived;
-
-    void set(std::string_view key, std::string_view value) {
-        if (key == "id") id = value;
-        else if (key == "title") title = value;
-        else if (key == "created") created = value;
-        else if (key == "modified") modified = value;
-        else if (key == "tags") tags = value;
-        else if (key == "pinned") pinned = value;
-        else if (key == "archived") archived = value;
-    }
-};
-
-// "\r\n" and then lone "\r" become "\n", in place: the text only ever shrinks.
-void normaliseLineEnds(std::string& text) {
-    const char* firstReturn = static_cast<const char*>(std::memchr(text.data(), '\r', text.size()));
-    if (firstReturn == nullptr) return;
-    std::size_t write = static_cast<std::size_t>(firstReturn - text.data());
-    for (std::size_t read = write; read < text.size(); ++read) {
-        if (text[read] == '\r') {
-            text[write++] = '\n';
-            if (read + 1 < text.size() && text[read + 1] == '\n') ++read;
-        } else {
-            text[write++] = text[read];
-        }
-    }
-    text.resize(write);
+void setHeaderValue(NoteParts& parts, std::string_view key, std::string_view value) {
+    if (key == "id") parts.id = value;
+    else if (key == "title") parts.title = value;
+    else if (key == "created") parts.created = value;
+    else if (key == "modified") parts.modified = value;
+    else if (key == "tags") parts.tags = value;
+    else if (key == "pinned") parts.pinned = value;
+    else if (key == "archived") parts.archived = value;
 }
 
-HeaderValues readHeader(std::string_view header) {
-    HeaderValues values;
+// The header keys the reader knows, each holding the value of its last line.
+void readHeader(std::string_view header, NoteParts& parts) {
     while (!header.empty()) {
         const std::size_t lineEnd = std::min(header.find('\n'), header.size());
         const std::string_view line = header.substr(0, lineEnd);
         header.remove_prefix(std::min(lineEnd + 1, header.size()));
         const std::size_t colon = line.find(':');
         if (colon == std::string_view::npos) continue;
-        values.set(text::trimHorizontalWhitespace(line.substr(0, colon)),
-                   text::trimHorizontalWhitespace(line.substr(colon + 1)));
+        setHeaderValue(parts, text::trimHorizontalWhitespace(line.substr(0, colon)),
+                       text::trimHorizontalWhitespace(line.substr(colon + 1)));
     }
-    return values;
 }
 
 // Header tags then inline tags; of canonically equivalent spellings the first stays, and the
@@ -80,6 +58,57 @@ std::vector<std::string> mergeTags(std::vector<std::string> headerTags, std::vec
 
 } // namespace
 
+void normaliseLineEnds(std::string& text) {
+    const char* firstReturn = static_cast<const char*>(std::memchr(text.data(), '\r', text.size()));
+    if (firstReturn == nullptr) return;
+    std::size_t write = static_cast<std::size_t>(firstReturn - text.data());
+    for (std::size_t read = write; read < text.size(); ++read) {
+        if (text[read] == '\r') {
+            text[write++] = '\n';
+            if (read + 1 < text.size() && text[read + 1] == '\n') ++read;
+        } else {
+            text[write++] = text[read];
+        }
+    }
+    text.resize(write);
+}
+
+NoteParts splitNote(std::string_view text) {
+    NoteParts parts;
+    // The closing delimiter is searched from behind the opening one, so that "---\n---\n" is no
+    // front matter: the opening line feed cannot also begin the closing delimiter.
+    if (text.starts_with(kOpeningDelimiter)) {
+        const std::size_t closing = text.find(kClosingDelimiter, kOpeningDelimiter.size());
+        if (closing != std::string_view::npos) {
+            readHeader(text.substr(kOpeningDelimiter.size(), closing - kOpeningDelimiter.size()), parts);
+            parts.bodyStart = closing + kClosingDelimiter.size();
+        }
+    }
+    return parts;
+}
+
+namespace {
+
+// A JSON string without escapes, quotes or control characters inside stands for its inner text as
+// it is (the text is valid UTF-8); such titles are the rule, and the full decoder is costly.
+std::optional<std::string_view> plainJsonString(std::string_view text) {
+    if (text.size() < 2 || text.front() != '"' || text.back() != '"') return std::nullopt;
+    const std::string_view inner = text.substr(1, text.size() - 2);
+    for (const char c : inner)
+        if (c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20) return std::nullopt;
+    return inner;
+}
+
+} // namespace
+
+std::string noteTitle(const NoteParts& parts, std::string_view relativePath) {
+    if (parts.title) {
+        if (const auto plain = plainJsonString(*parts.title)) return std::string(*plain);
+        if (auto title = decodeJsonString(*parts.title)) return std::move(*title);
+    }
+    return std::string(defaultTitle(relativePath));
+}
+
 std::string_view folderOf(std::string_view relativePath) {
     const std::size_t slash = relativePath.rfind('/');
     return slash == std::string_view::npos ? std::string_view() : relativePath.substr(0, slash);
@@ -97,33 +126,20 @@ NoteRecord parseNote(std::string text, std::string relativePath, std::optional<T
                      std::string revision) {
     normaliseLineEnds(text);
 
+    const NoteParts parts = splitNote(text);
     NoteRecord note;
-    note.title = defaultTitle(relativePath);
+    note.title = noteTitle(parts, relativePath);
     std::vector<std::string> headerTags;
-
-    // The closing delimiter is searched from behind the opening one, so that "---\n---\n" is no
-    // front matter: the opening line feed cannot also begin the closing delimiter.
-    std::size_t bodyStart = 0;
-    if (text.starts_with(kOpeningDelimiter)) {
-        const std::size_t closing = text.find(kClosingDelimiter, kOpeningDelimiter.size());
-        if (closing != std::string::npos) {
-            const HeaderValues header =
-                readHeader(std::string_view(text).substr(kOpeningDelimiter.size(), closing - kOpeningDelimiter.size()));
-            if (header.id)
-                if (auto uuid = Uuid::parse(*header.id)) note.id = uuid->text();
-            if (header.title)
-                if (auto title = decodeJsonString(*header.title)) note.title = std::move(*title);
-            if (header.created) note.created = std::string(*header.created);
-            if (header.modified) note.modified = std::string(*header.modified);
-            if (header.tags)
-                if (auto tags = decodeJsonStringArray(*header.tags)) headerTags = std::move(*tags);
-            note.pinned = header.pinned == "true";
-            note.archived = header.archived == "true";
-            bodyStart = closing + kClosingDelimiter.size();
-        }
-    }
+    if (parts.id)
+        if (auto uuid = Uuid::parse(*parts.id)) note.id = uuid->text();
+    if (parts.created) note.created = std::string(*parts.created);
+    if (parts.modified) note.modified = std::string(*parts.modified);
+    if (parts.tags)
+        if (auto tags = decodeJsonStringArray(*parts.tags)) headerTags = std::move(*tags);
+    note.pinned = parts.pinned == "true";
+    note.archived = parts.archived == "true";
     // The header views point into `text`, so the body is cut out only after they are read.
-    text.erase(0, bodyStart);
+    text.erase(0, parts.bodyStart);
 
     note.tags = mergeTags(std::move(headerTags), inlineTags(text));
     note.content = std::move(text);

@@ -15,6 +15,20 @@ namespace vorlo::library {
 NoteRecord parseNote(std::string text, std::string relativePath, std::optional<Timestamp> modificationDate,
                      std::string revision);
 
+// The header values and where the body starts, as `parseNote` finds them in text whose line ends
+// are already normalised. The views point into that text.
+struct NoteParts {
+    std::optional<std::string_view> id, title, created, modified, tags, pinned, archived;
+    std::size_t bodyStart = 0;
+};
+NoteParts splitNote(std::string_view normalisedText);
+
+// "\r\n" and then lone "\r" become "\n", in place: the text only ever shrinks.
+void normaliseLineEnds(std::string& text);
+
+// The title that `parseNote` gives: the header's JSON string when it decodes, else the file name.
+std::string noteTitle(const NoteParts& parts, std::string_view relativePath);
+
 // The folder part of a library-relative path: everything before its last "/", or "".
 std::string_view folderOf(std::string_view relativePath);
 

@@ -89,11 +89,13 @@ AttachmentReadResult VorloMCPServer::readAttachment(const Json& arguments) const
     if (status->size > kMaximumAttachmentBytes) throw ServerError(kTooLargeMessage);
 
     // The read stops one byte past the limit, so a file that grew since it was examined is refused too.
-    auto contents = fs::readRegularFile(location, kMaximumAttachmentBytes, &error);
+    // What is read is judged again where it lies, as a folder on the way may be a link by now.
+    auto contents = fs::readRegularFileInside(location, libraryURL_, kMaximumAttachmentBytes, &error);
     if (!contents) {
         if (error == EFBIG) throw ServerError(kTooLargeMessage);
-        // Replaced by a link, a FIFO or a device since it was examined.
-        if (error == ELOOP || error == EINVAL) throw ServerError(kUnsafeMessage);
+        // Replaced by a link, a FIFO or a device since it was examined, or reached through a link
+        // that leads out of the library.
+        if (error == ELOOP || error == EINVAL || error == EXDEV) throw ServerError(kUnsafeMessage);
         throwFileFailure("file", displayPath, "read", error);
     }
 

@@ -98,12 +98,6 @@ std::string compactWhitespace(std::string_view body, bool dropHeadingMarks, std:
     return std::string(text::trimWhitespaceAndNewlines(out));
 }
 
-Timestamp listingDate(const NoteRecord& note) {
-    if (note.modified)
-        if (const auto date = parseIso8601(*note.modified)) return *date;
-    return note.fileModificationDate.value_or(kDistantPast);
-}
-
 } // namespace
 
 Json summary(const NoteRecord& note) {
@@ -118,10 +112,22 @@ Json summary(const NoteRecord& note) {
     object["revision"] = note.revision;
     if (note.id) object["id"] = *note.id;
     if (note.created) object["created"] = *note.created;
-    if (note.modified) object["modified"] = *note.modified;
-    else if (note.fileModificationDate) object["modified"] = formatIso8601(*note.fileModificationDate);
+    auto modified = shownModified(note.modified, note.fileModificationDate);
+    if (modified) object["modified"] = std::move(*modified);
     else object["modified"] = nullptr;
     return object;
+}
+
+Timestamp listingDate(std::optional<std::string_view> modified, std::optional<Timestamp> fileDate) {
+    if (modified)
+        if (const auto date = parseIso8601(*modified)) return *date;
+    return fileDate.value_or(kDistantPast);
+}
+
+std::optional<std::string> shownModified(std::optional<std::string_view> modified, std::optional<Timestamp> fileDate) {
+    if (modified) return std::string(*modified);
+    if (fileDate) return formatIso8601(*fileDate);
+    return std::nullopt;
 }
 
 std::string compactPreview(std::string_view body) {
@@ -146,7 +152,8 @@ std::string snippet(std::string_view body, std::string_view query) {
 }
 
 bool newestFirst(const NoteRecord& a, const NoteRecord& b) {
-    const Timestamp dateA = listingDate(a), dateB = listingDate(b);
+    const Timestamp dateA = listingDate(a.modified, a.fileModificationDate);
+    const Timestamp dateB = listingDate(b.modified, b.fileModificationDate);
     if (dateA != dateB) return dateA > dateB;
     return text::localizedCaseInsensitiveCompare(a.title, b.title) < 0;
 }

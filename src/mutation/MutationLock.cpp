@@ -8,6 +8,7 @@
 #include "platform/Text.h"
 #include "tools/Limits.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <limits>
@@ -204,7 +205,13 @@ void MCPMutationLock::release() noexcept {
         if (const auto record = readRecord(ownerPath_); record && !(record->token == owner_.token)) return;
         // The rename frees the name in one step; the slower removal runs after others may acquire.
         const std::string aside = fs::joinPath(locksDirectory_, "Released " + owner_.token.text());
-        if (fs::renameEntry(lockPath_, aside) == 0) fs::removeTree(aside);
+        const int error = fs::renameEntry(lockPath_, aside);
+        if (error == 0) fs::removeTree(aside);
+        if (error == 0 || error == ENOENT) return; // with nothing at the name, nothing is ours
+        // Our own live process would keep a lock left standing for the full 300 seconds, since a
+        // waiter sees it answer: take the lock down where it stands. A waiter that looks in between
+        // finds a folder without a record and a fresh date, and waits the moment it takes.
+        fs::removeTree(lockPath_);
     } catch (...) {
         // Release never fails the work it guards; a lock left behind falls to the abandonment rule.
     }

@@ -13,6 +13,9 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#ifdef __APPLE__
+#include <sys/param.h>
+#endif
 #include <unistd.h>
 #include <vector>
 
@@ -98,6 +101,8 @@ int placeThroughTemporary(const std::string& path, std::string_view bytes, unsig
         sys::unlink(temporary.c_str());
         return result;
     }
+    // The move by hard link leaves the temporary name to be removed; one more try if that failed.
+    if (exists(temporary)) sys::unlink(temporary.c_str());
     syncDirectory(folder); // the rename itself is durable once its folder is flushed
     return 0;
 }
@@ -163,15 +168,51 @@ bool exists(const std::string& path) {
     return ::lstat(path.c_str(), &status) == 0;
 }
 
+// O_NOFOLLOW refuses a link and O_NONBLOCK keeps a FIFO from blocking the open; fstat then judges
+// the file actually opened, not whatever stood at the name a moment earlier.
+static UniqueFd openForReading(int directoryFd, const char* name, int* errorNumber) {
+    UniqueFd fd(::openat(directoryFd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (!fd) setError(errorNumber, errno);
+    return fd;
+}
+
+// Where the open file lies, every link resolved; "" when the system cannot tell.
+static std::string openedPath(int fd) {
+#ifdef __APPLE__
+    char buffer[MAXPATHLEN];
+    return ::fcntl(fd, F_GETPATH, buffer) == 0 ? std::string(buffer) : std::string();
+#else
+    char buffer[PATH_MAX];
+    const ssize_t n = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), buffer, sizeof buffer);
+    return n > 0 && static_cast<std::size_t>(n) < sizeof buffer ? std::string(buffer, static_cast<std::size_t>(n))
+                                                                : std::string();
+#endif
+}
+
+static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t maximumBytes, int* errorNumber);
+
 std::optional<FileContents> readRegularFileAt(int directoryFd, const char* name, std::uint64_t maximumBytes,
                                               int* errorNumber) {
-    // O_NOFOLLOW refuses a link and O_NONBLOCK keeps a FIFO from blocking the open; fstat then
-    // judges the file actually opened, not whatever stood at the name a moment earlier.
-    UniqueFd fd(::openat(directoryFd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    if (!fd) {
-        setError(errorNumber, errno);
+    const UniqueFd fd = openForReading(directoryFd, name, errorNumber);
+    if (!fd) return std::nullopt;
+    return readOpened(fd, maximumBytes, errorNumber);
+}
+
+std::optional<FileContents> readRegularFileInside(const std::string& path, const std::string& root,
+                                                  std::uint64_t maximumBytes, int* errorNumber) {
+    const UniqueFd fd = openForReading(AT_FDCWD, path.c_str(), errorNumber);
+    if (!fd) return std::nullopt;
+    // The folders on the way may have been swapped for links since anyone looked: what counts is
+    // where the file that is open lies.
+    const std::string opened = openedPath(fd.get());
+    if (opened.empty() || !isDescendantPath(opened, resolvedPath(root))) {
+        setError(errorNumber, EXDEV);
         return std::nullopt;
     }
+    return readOpened(fd, maximumBytes, errorNumber);
+}
+
+static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t maximumBytes, int* errorNumber) {
     struct stat status;
     if (::fstat(fd.get(), &status) != 0) {
         setError(errorNumber, errno);
@@ -248,8 +289,14 @@ UniqueFd openDirectoryAt(int parentFd, const char* name) {
 
 int makeDirectory(const std::string& path) {
     if (sys::mkdir(path.c_str(), 0700) != 0) return errno;
-    // mkdir's mode passes through the umask; the folder must be private whatever it is.
-    return sys::chmod(path.c_str(), 0700) == 0 ? 0 : errno;
+    // mkdir's mode passes through the umask; the folder must be private whatever it is. A folder
+    // that cannot be made private is taken away again, so that a failure never leaves a new folder
+    // behind and EEXIST always means that something stood there before: a lock folder left over
+    // from a failed attempt would hold the library for seconds.
+    if (sys::chmod(path.c_str(), 0700) == 0) return 0;
+    const int error = errno;
+    sys::rmdir(path.c_str());
+    return error;
 }
 
 int makeDirectories(const std::string& path) {
@@ -267,7 +314,11 @@ int makeDirectories(const std::string& path) {
             continue;
         }
         const int error = makeDirectory(prefix);
-        if (error != 0 && error != EEXIST) return error;
+        if (error == 0) continue;
+        // Made by someone else since the test above: fine if it is a folder. Anything else that
+        // stands there, or nothing at all, is reported as the failure it is, not as the missing
+        // parent of the next component.
+        if (error != EEXIST || ::stat(prefix.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return error;
     }
     return 0;
 }

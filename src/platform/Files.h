@@ -53,7 +53,11 @@ struct FileContents {
 };
 std::optional<FileContents> readRegularFile(const std::string& path, std::uint64_t maximumBytes,
                                             int* errorNumber = nullptr);
-// The same, for `name` inside the open folder `directoryFd`.
+// The same, but only if the file opened lies at or below `root` once every link is resolved, on
+// both sides; EXDEV when it lies elsewhere. Folders swapped for links on the way cannot lead out.
+std::optional<FileContents> readRegularFileInside(const std::string& path, const std::string& root,
+                                                  std::uint64_t maximumBytes, int* errorNumber = nullptr);
+// The same as readRegularFile, for `name` inside the open folder `directoryFd`.
 std::optional<FileContents> readRegularFileAt(int directoryFd, const char* name, std::uint64_t maximumBytes,
                                               int* errorNumber = nullptr);
 

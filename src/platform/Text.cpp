@@ -10,7 +10,9 @@
 #include <unicode/uchar.h>
 #include <unicode/ucol.h>
 #include <unicode/uloc.h>
+#include <unicode/unorm2.h>
 #include <unicode/utext.h>
+#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -245,22 +247,22 @@ void appendFoldedAscii(std::string_view text, bool turkic, std::string& out) {
     }
 }
 
-// ASCII runs are lowered directly and only the stretches around other characters go through ICU.
-// Cutting just before an ASCII character is safe: it is a starter that nothing before it composes
-// with, and case folding looks at no context. The ASCII character in front of a non-ASCII stretch
-// goes with it, as it may take the marks that follow ("e" + U+0301).
-std::string foldText(std::string_view text, bool turkic) {
-    std::string out;
-    out.reserve(text.size());
+// Cuts `text` into the pieces that folding treats apart: runs of ASCII, lowered byte by byte, and
+// stretches around other characters, which go through ICU whole. Cutting just before an ASCII
+// character is safe: it is a starter that nothing before it composes with, and case folding looks
+// at no context. The ASCII character in front of a non-ASCII stretch goes with it, as it may take
+// the marks that follow ("e" + U+0301). Each callback returns false to stop.
+template <typename OnAsciiRun, typename OnStretch>
+void forEachFoldPiece(std::string_view text, OnAsciiRun onAsciiRun, OnStretch onStretch) {
     std::size_t offset = 0;
     while (offset < text.size()) {
         const std::size_t nonAscii = firstNonAscii(text, offset);
         if (nonAscii == text.size()) {
-            appendFoldedAscii(text.substr(offset), turkic, out);
-            break;
+            onAsciiRun(text.substr(offset));
+            return;
         }
         const std::size_t stretchStart = nonAscii > offset ? nonAscii - 1 : nonAscii;
-        appendFoldedAscii(text.substr(offset, stretchStart - offset), turkic, out);
+        if (stretchStart > offset && !onAsciiRun(text.substr(offset, stretchStart - offset))) return;
         std::size_t stretchEnd = firstAscii(text, nonAscii);
         // A short ASCII gap goes to ICU with the stretches around it: a call costs more than the gap.
         while (stretchEnd < text.size()) {
@@ -268,10 +270,54 @@ std::string foldText(std::string_view text, bool turkic) {
             if (nextNonAscii == text.size() || nextNonAscii - stretchEnd > kShortAsciiGap) break;
             stretchEnd = firstAscii(text, nextNonAscii);
         }
-        appendFoldedNonAscii(text.substr(stretchStart, stretchEnd - stretchStart), turkic, out);
+        if (!onStretch(text.substr(stretchStart, stretchEnd - stretchStart))) return;
         offset = stretchEnd;
     }
+}
+
+std::string foldText(std::string_view text, bool turkic) {
+    std::string out;
+    out.reserve(text.size());
+    forEachFoldPiece(
+        text,
+        [&](std::string_view run) {
+            appendFoldedAscii(run, turkic, out);
+            return true;
+        },
+        [&](std::string_view stretch) {
+            appendFoldedNonAscii(stretch, turkic, out);
+            return true;
+        });
     return out;
+}
+
+char lowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// Whether the lower-case ASCII `needle` occurs in `haystack` lowered. The haystack is lowered a
+// block at a time into a buffer that stays in cache, carrying the block's last needle-length bytes
+// over, so no copy of the whole text is made.
+bool containsLowered(std::string_view haystack, std::string_view needle) {
+    constexpr std::size_t kBlock = 16384;
+    if (needle.size() > haystack.size()) return false;
+    if (needle.size() > kBlock / 2) {
+        std::string lowered;
+        appendFoldedAscii(haystack, false, lowered);
+        return lowered.find(needle) != std::string::npos;
+    }
+    char block[kBlock];
+    std::size_t filled = 0;
+    std::size_t offset = 0;
+    while (offset < haystack.size()) {
+        const std::size_t take = std::min(kBlock - filled, haystack.size() - offset);
+        for (std::size_t i = 0; i < take; ++i) block[filled + i] = lowerAscii(haystack[offset + i]);
+        filled += take;
+        offset += take;
+        if (::memmem(block, filled, needle.data(), needle.size()) != nullptr) return true;
+        const std::size_t carry = std::min(needle.size() - 1, filled);
+        std::memmove(block, block + filled - carry, carry);
+        filled = carry;
+    }
+    return false;
 }
 
 // Folds one character without locale, skipping ICU for the common characters that folding leaves
@@ -548,6 +594,127 @@ std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std:
         window.erase(0, cut);
     }
     return std::nullopt;
+}
+
+FoldedSearch::FoldedSearch(std::string_view query)
+    : folded_(fold(query)), turkic_(currentLocaleIsTurkic()), asciiNeedle_(isAscii(folded_)) {}
+
+// Folding a stretch is NFD, nonspacing marks dropped, case folding, NFC. A code point is
+// independent when that chain, run over a stretch of independent code points, gives the
+// concatenation of what it gives for each alone:
+// - its decomposition is a starter or a nonspacing mark, followed by nonspacing marks only: the
+//   marks go, so canonical reordering across neighbours changes nothing that stays;
+// - what is left, case folded (which looks at no context outside the Turkic locales), holds only
+//   starters that never combine with a character before them: such text is in NFC already and
+//   stays so when joined to more of it.
+// The accented letters of the Latin, Greek and Cyrillic scripts, CJK and most symbols are
+// independent; Hangul jamo, Indic vowel signs and the like are not, and their stretch goes whole
+// through ICU.
+const FoldedSearch::CharacterFolding& FoldedSearch::characterFolding(char32_t c) const {
+    const auto known = characters_.find(c);
+    if (known != characters_.end()) return known->second;
+    CharacterFolding folding;
+    std::string one;
+    const auto cp = static_cast<UChar32>(c);
+    UBool error = false;
+    char buffer[U8_MAX_LENGTH];
+    std::int32_t length = 0;
+    U8_APPEND(buffer, length, U8_MAX_LENGTH, cp, error);
+    one.assign(buffer, static_cast<std::size_t>(length));
+    const icu::Normalizer2* nfd = normalizers().nfd;
+    if (!error && nfd != nullptr && normalizers().nfc != nullptr) {
+        std::string decomposed;
+        appendNormalized(nfd, one, decomposed);
+        std::string kept;
+        bool independent = true;
+        for (std::size_t offset = 0; offset < decomposed.size() && independent;) {
+            const std::size_t start = offset;
+            const auto d = static_cast<UChar32>(nextCodePoint(decomposed, offset));
+            const bool nonspacing = (generalCategoryMask(static_cast<char32_t>(d)) & U_GC_MN_MASK) != 0;
+            if (nonspacing) continue;
+            if (start > 0 || u_getCombiningClass(d) != 0) independent = false;
+            else kept.append(decomposed, start, offset - start);
+        }
+        if (independent) {
+            appendCaseFolded(kept, false, folding.folded);
+            for (std::size_t offset = 0; offset < folding.folded.size() && independent;) {
+                const auto f = static_cast<UChar32>(nextCodePoint(folding.folded, offset));
+                independent = u_getCombiningClass(f) == 0 && u_getIntPropertyValue(f, UCHAR_NFC_QUICK_CHECK) == UNORM_YES;
+            }
+        }
+        folding.independent = independent;
+    }
+    return characters_.emplace(c, std::move(folding)).first->second;
+}
+
+// Appends the folding of `stretch` when all its code points are independent; else appends
+// nothing and returns false.
+bool FoldedSearch::appendFoldedByCharacters(std::string_view stretch, std::string& out) const {
+    const std::size_t mark = out.size();
+    for (std::size_t offset = 0; offset < stretch.size();) {
+        const auto byte = static_cast<unsigned char>(stretch[offset]);
+        if (byte < 0x80) {
+            out += lowerAscii(stretch[offset++]);
+            continue;
+        }
+        const CharacterFolding& folding = characterFolding(nextCodePoint(stretch, offset));
+        if (!folding.independent) {
+            out.resize(mark);
+            return false;
+        }
+        out += folding.folded;
+    }
+    return true;
+}
+
+// fold(text) is the concatenation of the folded pieces of forEachFoldPiece. The pieces are folded
+// into a window that is searched and cut whenever it grows large: a cut keeps the last
+// needle-length - 1 bytes, where a match still to come may begin. A long ASCII run is searched
+// where it stands instead; a match that does not lie in it reaches at most needle-length - 1 bytes
+// into it at either end, so only those ends go into the window, and the window is searched and
+// emptied between them.
+bool FoldedSearch::foundIn(std::string_view text) const {
+    const std::string_view needle = folded_;
+    if (needle.empty()) return true;
+    const bool ascii = isAscii(text);
+    // Turkic folding turns an ASCII "I" into a dotless i, two bytes: that rare case takes the plain road.
+    if (turkic_ && (!ascii || text.find('I') != std::string_view::npos))
+        return foldText(text, true).find(needle) != std::string::npos;
+    if (ascii) return asciiNeedle_ && containsLowered(text, needle);
+
+    constexpr std::size_t kWindowBytes = 65536;
+    constexpr std::size_t kLongRun = 4096;
+    const std::size_t keep = needle.size() - 1;
+    thread_local std::string window;
+    window.clear();
+    bool found = false;
+    // memmem rather than find: the needle's first byte is often common, and find stops at each one.
+    const auto searchWindow = [&] { return ::memmem(window.data(), window.size(), needle.data(), needle.size()) != nullptr; };
+    const auto grown = [&] {
+        if (window.size() <= kWindowBytes) return false;
+        if (searchWindow()) return true;
+        window.erase(0, window.size() - std::min(keep, window.size()));
+        return false;
+    };
+    forEachFoldPiece(
+        text,
+        [&](std::string_view run) {
+            if (run.size() > kLongRun && run.size() > 2 * keep) {
+                if (asciiNeedle_ && containsLowered(run, needle)) return !(found = true);
+                appendFoldedAscii(run.substr(0, keep), false, window);
+                if (searchWindow()) return !(found = true);
+                window.clear();
+                appendFoldedAscii(run.substr(run.size() - keep), false, window);
+                return true;
+            }
+            appendFoldedAscii(run, false, window);
+            return !(found = grown());
+        },
+        [&](std::string_view stretch) {
+            if (!appendFoldedByCharacters(stretch, window)) appendFoldedNonAscii(stretch, false, window);
+            return !(found = grown());
+        });
+    return found || searchWindow();
 }
 
 bool caseInsensitiveEqual(std::string_view a, std::string_view b) {

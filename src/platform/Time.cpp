@@ -20,7 +20,7 @@ bool readDigits(std::string_view text, std::size_t at, std::size_t count, int& v
 
 } // namespace
 
-Timestamp currentTime() { return system_clock::now(); }
+Timestamp currentTime() { return time_point_cast<microseconds>(system_clock::now()); }
 
 std::string formatIso8601(Timestamp time) {
     const auto seconds = floor<std::chrono::seconds>(time);

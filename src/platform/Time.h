@@ -8,7 +8,9 @@
 
 namespace vorlo {
 
-using Timestamp = std::chrono::system_clock::time_point;
+// Microseconds, not the clock's nanoseconds: a header may name any year from 1 to 9999, and
+// nanoseconds since 1970 overflow before 1678 and after 2262.
+using Timestamp = std::chrono::time_point<std::chrono::system_clock, std::chrono::microseconds>;
 
 // A date before any real one, for records that have no date at all.
 inline constexpr Timestamp kDistantPast = Timestamp::min();

@@ -6,11 +6,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 namespace vorlo::testing {
+
+// VORLO_LONG_TESTS=1 asks the stress tests for their full size; without it they run a smaller one.
+inline bool longTests() {
+    const char* value = std::getenv("VORLO_LONG_TESTS");
+    return value != nullptr && std::string_view(value) == "1";
+}
 
 // The text of a failed tool result; records a failure when the call succeeded.
 inline std::string errorText(const Json& result) {

@@ -23,6 +23,17 @@ TEST(Time, ParsesZuluAndNumericOffsetsOnly) {
         EXPECT_EQ(parseIso8601(bad), std::nullopt) << bad;
 }
 
+// A header may name any four-digit year; an update writes such a date back unchanged and orders by it.
+TEST(Time, YearsOneAndNineThousandNineHundredNinetyNineRoundTrip) {
+    for (const char* text : {"0001-01-01T00:00:00Z", "1600-02-29T12:00:00Z", "2300-01-01T00:00:00Z", "9999-12-31T23:59:59Z"}) {
+        const auto instant = parseIso8601(text);
+        ASSERT_TRUE(instant) << text;
+        EXPECT_EQ(formatIso8601(*instant), text);
+    }
+    EXPECT_LT(parseIso8601("0001-01-01T00:00:00Z"), parseIso8601("1970-01-01T00:00:00Z"));
+    EXPECT_GT(parseIso8601("9999-12-31T23:59:59Z"), parseIso8601("2262-04-12T00:00:00Z"));
+}
+
 TEST(Crypto, Sha256AndBase64) {
     EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");

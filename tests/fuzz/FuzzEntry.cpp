@@ -1,0 +1,24 @@
+// libFuzzer's entry for one target, chosen at compile time with VORLO_FUZZ_TARGET (the function's
+// name). Without it this file is empty, so that the test binary, which globs every test source,
+// can hold it beside the replay test.
+#ifdef VORLO_FUZZ_TARGET
+#include "fuzz/FuzzTargets.h"
+#include "platform/Text.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    vorlo::text::adoptLocaleFromEnvironment();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    try {
+        return vorlo::fuzz::VORLO_FUZZ_TARGET(data, size);
+    } catch (const vorlo::fuzz::FuzzFailure& failure) {
+        std::fprintf(stderr, "property broken: %s\n", failure.what());
+        std::abort();
+    }
+}
+#endif
