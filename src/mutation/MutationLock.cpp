@@ -170,7 +170,11 @@ bool MCPMutationLock::recoverAbandonedLockIfNeeded() noexcept {
             reference = record->createdAt;
         else if (judged.lockDate)
             reference = *judged.lockDate;
-        const double age = std::chrono::duration<double>(currentTime() - reference).count();
+        // In floating point: the distant past lies so far back that the difference of the two
+        // integer times would overflow. A lock that vanished between the look above and the dates
+        // has no date at all, and it must come out as old, not as a time in the future.
+        const double age = std::chrono::duration<double>(currentTime().time_since_epoch()).count() -
+                           std::chrono::duration<double>(reference.time_since_epoch()).count();
 
         bool abandoned = false;
         if (!record)

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -58,6 +59,18 @@ struct WriterOutcome {
     std::vector<std::string> surprises; // any failure other than a lost race
 };
 
+// A tool call's result, or nothing when the server gave no answer; the reason is then recorded, with what
+// the server wrote to its standard error before it was stopped.
+std::optional<Json> callTool(ServerProcess& server, std::string_view tool, const Json& arguments,
+                             std::vector<std::string>& surprises) {
+    Json result = server.call(tool, arguments);
+    if (result.is_object() && result.contains("isError")) return result;
+    const ExitResult ended = server.finish(std::chrono::seconds(5));
+    surprises.push_back(std::string(tool) + " got no answer: " + result.dump().substr(0, 300) + "; status " +
+                        std::to_string(ended.status) + ", standard error: " + ended.standardError.substr(0, 2000));
+    return std::nullopt;
+}
+
 // One client: read, append a line naming the revision read, update on that revision; a lost race
 // starts the cycle again. Every so often it creates a note of the shared title.
 WriterOutcome runWriter(const TempLibrary& library, int writer, int updates, Versions& versions) {
@@ -68,7 +81,10 @@ WriterOutcome runWriter(const TempLibrary& library, int writer, int updates, Ver
     const auto createOne = [&] {
         if (outcome.createdPaths.size() >= static_cast<std::size_t>(kCreatesPerWriter)) return;
         for (int attempt = 0; attempt < 100; ++attempt) {
-            const Json created = server.call("create_note", {{"title", "Race"}, {"content", std::to_string(writer)}});
+            const auto answer =
+                callTool(server, "create_note", {{"title", "Race"}, {"content", std::to_string(writer)}}, outcome.surprises);
+            if (!answer) return;
+            const Json& created = *answer;
             if (!created.value("isError", true)) {
                 outcome.createdPaths.push_back(created["structuredContent"]["note"]["path"]);
                 return;
@@ -77,7 +93,9 @@ WriterOutcome runWriter(const TempLibrary& library, int writer, int updates, Ver
         }
     };
     for (int tries = 0; outcome.updated < updates && tries < maximumTries; ++tries) {
-        const Json read = server.call("read_note", {{"path", "Contended.md"}});
+        const auto answer = callTool(server, "read_note", {{"path", "Contended.md"}}, outcome.surprises);
+        if (!answer) break;
+        const Json& read = *answer;
         if (read.value("isError", true)) {
             outcome.surprises.push_back(read.dump());
             continue;
@@ -90,8 +108,11 @@ WriterOutcome runWriter(const TempLibrary& library, int writer, int updates, Ver
         const std::string revision = note["revision"];
         const std::string body = note["content"].get<std::string>() + "w" + std::to_string(writer) + " n" +
                                  std::to_string(outcome.updated) + " r" + revision.substr(0, 16) + "\n";
-        const Json result =
-            server.call("update_note", {{"path", "Contended.md"}, {"expected_revision", revision}, {"content", body}});
+        const auto updated = callTool(
+            server, "update_note", {{"path", "Contended.md"}, {"expected_revision", revision}, {"content", body}},
+            outcome.surprises);
+        if (!updated) break;
+        const Json& result = *updated;
         if (!result.value("isError", true)) {
             versions.add(result["structuredContent"]["note"]["revision"], sha256Hex(body));
             if (++outcome.updated % createEvery == 0) createOne();
@@ -129,7 +150,9 @@ TEST(Torture, EightWritersLoseNoUpdateAndReadersNeverSeeAPartialNote) {
     std::thread serverReader([&] {
         ServerProcess server(library.preferences());
         while (writing.load()) {
-            const Json read = server.call("read_note", {{"path", "Contended.md"}});
+            const auto answer = callTool(server, "read_note", {{"path", "Contended.md"}}, readerSurprises);
+            if (!answer) break;
+            const Json& read = *answer;
             if (read.value("isError", true)) {
                 readerSurprises.push_back(read.dump());
                 continue;
