@@ -24,16 +24,6 @@ constexpr std::size_t kBytesInFlight = 4 << 20;
 constexpr std::size_t kSpareBuffers = FileBatchReader::kBatchSize * 2;
 constexpr std::size_t kLargestSpareBuffer = 1 << 20;
 
-Timestamp timestampOf(const struct stat& status) {
-#ifdef __APPLE__
-    const auto& time = status.st_mtimespec;
-#else
-    const auto& time = status.st_mtim;
-#endif
-    return Timestamp(std::chrono::duration_cast<Timestamp::duration>(std::chrono::seconds(time.tv_sec) +
-                                                                     std::chrono::nanoseconds(time.tv_nsec)));
-}
-
 } // namespace
 
 bool plainReadsChosen() {

@@ -20,7 +20,6 @@
 #include <vector>
 
 namespace vorlo::fs {
-namespace {
 
 Timestamp timestampOf(const struct stat& status) {
 #ifdef __APPLE__
@@ -31,6 +30,8 @@ Timestamp timestampOf(const struct stat& status) {
     return Timestamp(std::chrono::duration_cast<Timestamp::duration>(std::chrono::seconds(time.tv_sec) +
                                                                       std::chrono::nanoseconds(time.tv_nsec)));
 }
+
+namespace {
 
 EntryKind kindOf(mode_t mode) {
     if (S_ISREG(mode)) return EntryKind::RegularFile;

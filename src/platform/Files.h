@@ -11,7 +11,12 @@
 #include <string_view>
 #include <vector>
 
+struct stat;
+
 namespace vorlo::fs {
+
+// The modification time that a status from `stat`, `lstat` or `fstat` records, to the nanosecond.
+Timestamp timestampOf(const struct stat& status);
 
 // An owned file descriptor, closed on destruction.
 class UniqueFd {
