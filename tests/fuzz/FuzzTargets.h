@@ -43,6 +43,27 @@ inline constexpr FuzzTarget kFuzzTargets[] = {
     {"json_string", fuzzJsonString},   {"render_parse", fuzzRenderParse},
 };
 
+// The deepest nesting of brackets outside strings, counted without building a value (which would
+// recurse): the oracle against which the parser's own depth bound is checked.
+inline std::size_t nesting(std::string_view text) {
+    std::size_t depth = 0, deepest = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > deepest) deepest = depth;
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
 // Reads the input as text.
 inline std::string_view asText(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};

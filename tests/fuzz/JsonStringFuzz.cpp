@@ -16,26 +16,6 @@ void checkHeaderEncoding(std::string_view text) {
     VORLO_FUZZ_CHECK(decodeJsonString(encoded) == std::string(text));
 }
 
-// Nesting of brackets outside strings, counted without building a value.
-std::size_t nesting(std::string_view text) {
-    std::size_t depth = 0, deepest = 0;
-    bool inString = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            deepest = std::max(deepest, ++depth);
-        } else if ((c == ']' || c == '}') && depth > 0) {
-            --depth;
-        }
-    }
-    return deepest;
-}
-
 } // namespace
 
 int fuzzJsonString(const std::uint8_t* data, std::size_t size) {

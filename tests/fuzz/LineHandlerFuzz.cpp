@@ -101,26 +101,6 @@ FuzzLibrary& fuzzLibrary() {
     return library;
 }
 
-// Bracket depth outside strings, counted without building a value (which would recurse).
-std::size_t nesting(std::string_view text) {
-    std::size_t depth = 0, deepest = 0;
-    bool inString = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            deepest = std::max(deepest, ++depth);
-        } else if ((c == ']' || c == '}') && depth > 0) {
-            --depth;
-        }
-    }
-    return deepest;
-}
-
 bool isToolName(const Json& name) {
     for (const char* tool :
          {"list_notes", "search_notes", "read_note", "read_attachment", "create_note", "update_note"})
