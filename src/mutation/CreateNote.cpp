@@ -4,7 +4,7 @@
 #include "mutation/MutationLock.h"
 #include "mutation/NoteRenderer.h"
 #include "platform/Errors.h"
-#include "platform/Files.h"
+#include "platform/Folder.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Validators.h"
 
@@ -22,18 +22,19 @@ Json VorloMCPServer::createNote(const Json& arguments) const {
 
     // The lock covers the folder walk, the choice of the name, the write and the marker, so a
     // second server creating the same title sees this one's file when it picks its name.
-    MutationLockGuard lock(locksDirectory());
-    const std::string target = uniqueNoteURL(writableFolderURL(folder), title);
+    MutationLockGuard lock(libraryURL_, std::string(kLocksFolder));
+    const fs::Folder placement = writableFolderURL(folder);
+    const std::string target = uniqueNoteURL(placement, title);
 
     const Timestamp now = currentTime();
     std::string text = mutation::renderNote(
         {Uuid::random(), std::move(title), now, now, std::move(tags), pinned, false, std::move(content)});
-    writeNewDataAtomically(text, target);
+    writeNewDataAtomically(text, placement, target);
     const std::optional<std::string> warning = recordCompletedMutation();
 
     const std::string path = relativePath(target);
     int error = 0;
-    const auto status = fs::linkStatus(target, &error);
+    const auto status = placement.status(fs::lastComponent(target), &error);
     if (!status) throwFileFailure("file", path, "examined", error);
 
     // The result is parsed from the text in memory, not read back: it shows what was written even

@@ -2,7 +2,6 @@
 #include "mutation/MutationLock.h"
 
 #include "platform/Errors.h"
-#include "platform/Files.h"
 #include "platform/Json.h"
 #include "platform/Process.h"
 #include "platform/Text.h"
@@ -25,28 +24,6 @@ constexpr double kLongestHoldSeconds = 300.0;
 // A lock folder stays without a record only between its creation and the record's rename into it.
 constexpr double kLongestRecordlessSeconds = 2.0;
 
-// Messages name the locks folder as the user sees it from the library, never by absolute path.
-// It is always "<library>/Vorlo Data/Locks", so its last two components are that name.
-std::string displayName(const std::string& locksDirectory) {
-    const std::string_view path = locksDirectory;
-    const std::size_t last = path.rfind('/');
-    if (last == std::string_view::npos) return locksDirectory;
-    if (last == 0) return std::string(path.substr(1));
-    const std::size_t previous = path.rfind('/', last - 1);
-    return std::string(previous == std::string_view::npos ? path : path.substr(previous + 1));
-}
-
-std::optional<MCPMutationLockOwner> readRecord(const std::string& ownerPath) {
-    auto contents = fs::readRegularFile(ownerPath, kMaximumLockRecordBytes);
-    if (!contents) return std::nullopt;
-    return MCPMutationLockOwner::decode(contents->bytes);
-}
-
-std::optional<Timestamp> modificationDate(const std::string& path) {
-    const auto status = fs::linkStatus(path);
-    return status ? status->modified : std::nullopt;
-}
-
 // What a waiter saw of a lock when it judged it. The same view taken again just before the lock is
 // moved aside tells whether the lock changed hands in between.
 struct LockView {
@@ -56,12 +33,24 @@ struct LockView {
     bool operator==(const LockView&) const = default;
 };
 
-LockView viewLock(const std::string& lockPath, const std::string& ownerPath) {
+// The record is read inside the lock folder as opened: a link standing at the lock's name leads
+// nowhere, and the lock then counts as one without a record.
+std::optional<std::string> recordBytes(const fs::Folder& locks) {
+    const auto lock = locks.child(kLockName, nullptr);
+    if (!lock) return std::nullopt;
+    auto contents = lock->readFile(kOwnerName, kMaximumLockRecordBytes);
+    if (!contents) return std::nullopt;
+    return std::move(contents->bytes);
+}
+
+LockView viewLock(const fs::Folder& locks) {
     LockView view;
-    if (auto contents = fs::readRegularFile(ownerPath, kMaximumLockRecordBytes))
-        view.recordBytes = contents->bytes;
-    view.recordDate = modificationDate(ownerPath);
-    view.lockDate = modificationDate(lockPath);
+    if (const auto lock = locks.child(kLockName, nullptr)) {
+        if (auto contents = lock->readFile(kOwnerName, kMaximumLockRecordBytes))
+            view.recordBytes = std::move(contents->bytes);
+        if (const auto status = lock->status(kOwnerName)) view.recordDate = status->modified;
+    }
+    if (const auto status = locks.status(kLockName)) view.lockDate = status->modified;
     return view;
 }
 
@@ -124,43 +113,45 @@ std::optional<MCPMutationLockOwner> MCPMutationLockOwner::decode(std::string_vie
     return owner;
 }
 
-MCPMutationLock::MCPMutationLock(std::string locksDirectory)
-    : locksDirectory_(std::move(locksDirectory)), lockPath_(fs::joinPath(locksDirectory_, kLockName)),
-      ownerPath_(fs::joinPath(lockPath_, kOwnerName)), owner_{Uuid::random(), process::currentProcessId(),
-                                                              process::hostName(), std::nullopt,
-                                                              currentTime()} {}
+MCPMutationLock::MCPMutationLock(std::string libraryURL, std::string locksFolder)
+    : libraryURL_(std::move(libraryURL)), locksFolder_(std::move(locksFolder)),
+      lockPath_(fs::joinPath(fs::joinPath(libraryURL_, locksFolder_), kLockName)),
+      owner_{Uuid::random(), process::currentProcessId(), process::hostName(), std::nullopt, currentTime()} {}
 
 void MCPMutationLock::acquire() {
-    if (const int error = fs::makeDirectories(locksDirectory_); error != 0)
-        throwFileFailure("folder", displayName(locksDirectory_), "created", error);
+    int error = 0;
+    locks_ = fs::Folder::openBelow(libraryURL_, locksFolder_, fs::Folder::Missing::Make, &error);
+    if (!locks_) throwFileFailure("folder", locksFolder_, "created", error);
 
     const std::string record = owner_.encode();
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
         // Creating the folder is the atomic step: of any number of processes, exactly one succeeds.
-        if (fs::makeDirectory(lockPath_) == 0) {
+        if (const auto lock = locks_->makeChild(kLockName, nullptr)) {
             // The record arrives by rename, so a waiter finds a whole record or none.
-            if (fs::replaceFileAtomically(ownerPath_, record, 0600) == 0) {
+            if (lock->replaceFile(kOwnerName, record, 0600) == 0) {
                 acquired_ = true;
                 return;
             }
             // A lock without a record would stall everyone for two seconds; take it away again.
-            fs::removeTree(lockPath_);
+            locks_->removeTree(kLockName);
         }
         // Every failed attempt is treated alike, whatever its cause: only the state on disk counts.
         if (recoverAbandonedLockIfNeeded()) continue;
         if (attempt < kAttempts) process::sleepMilliseconds(kPollMilliseconds);
     }
+    locks_.reset();
     throw ServerError("The Vorlo library is busy. Wait a moment and try again.");
 }
 
 bool MCPMutationLock::recoverAbandonedLockIfNeeded() noexcept {
+    if (!locks_) return false;
+    const fs::Folder& locks = *locks_;
     try {
-        if (!fs::exists(lockPath_)) return true;
+        if (!locks.contains(kLockName)) return true;
 
-        const LockView judged = viewLock(lockPath_, ownerPath_);
+        const LockView judged = viewLock(locks);
         const auto record =
             judged.recordBytes ? MCPMutationLockOwner::decode(*judged.recordBytes) : std::nullopt;
-
         // The record's file date outranks the date written inside it: the file system tells when
         // the record reached the disk, while createdAt is only what its writer claims.
         Timestamp reference = kDistantPast;
@@ -188,34 +179,40 @@ bool MCPMutationLock::recoverAbandonedLockIfNeeded() noexcept {
         // Between the judgement and the move another waiter may have cleared this lock and a new
         // owner taken the name. Looking once more right before the move narrows that window to
         // almost nothing; if anything changed, the next attempt judges the new lock afresh.
-        if (!(viewLock(lockPath_, ownerPath_) == judged)) return !fs::exists(lockPath_);
+        if (!(viewLock(locks) == judged)) return !locks.contains(kLockName);
 
-        const std::string aside = fs::joinPath(locksDirectory_, "Abandoned " + Uuid::random().text());
-        if (fs::renameEntry(lockPath_, aside) == 0 && fs::removeTree(aside) == 0) return true;
-        return !fs::exists(lockPath_);
+        const std::string aside = "Abandoned " + Uuid::random().text();
+        if (locks.rename(kLockName, aside) == 0 && locks.removeTree(aside) == 0) return true;
+        return !locks.contains(kLockName);
     } catch (...) {
         // Recovery is advisory: whatever went wrong, what stands at the lock's name decides.
-        return !fs::exists(lockPath_);
+        return !locks.contains(kLockName);
     }
 }
 
 void MCPMutationLock::release() noexcept {
     if (!acquired_) return;
     acquired_ = false;
+    const std::optional<fs::Folder> locks = std::move(locks_);
+    locks_.reset();
+    if (!locks) return;
     try {
         // A record with another token means this process was judged abandoned and someone else
         // holds the lock now. A missing or unreadable record leaves the lock to us: nobody else
         // could have written it without taking the lock first.
-        if (const auto record = readRecord(ownerPath_); record && !(record->token == owner_.token)) return;
+        const auto bytes = recordBytes(*locks);
+        if (const auto record = bytes ? MCPMutationLockOwner::decode(*bytes) : std::nullopt;
+            record && !(record->token == owner_.token))
+            return;
         // The rename frees the name in one step; the slower removal runs after others may acquire.
-        const std::string aside = fs::joinPath(locksDirectory_, "Released " + owner_.token.text());
-        const int error = fs::renameEntry(lockPath_, aside);
-        if (error == 0) fs::removeTree(aside);
+        const std::string aside = "Released " + owner_.token.text();
+        const int error = locks->rename(kLockName, aside);
+        if (error == 0) locks->removeTree(aside);
         if (error == 0 || error == ENOENT) return; // with nothing at the name, nothing is ours
         // Our own live process would keep a lock left standing for the full 300 seconds, since a
         // waiter sees it answer: take the lock down where it stands. A waiter that looks in between
         // finds a folder without a record and a fresh date, and waits the moment it takes.
-        fs::removeTree(lockPath_);
+        locks->removeTree(kLockName);
     } catch (...) {
         // Release never fails the work it guards; a lock left behind falls to the abandonment rule.
     }

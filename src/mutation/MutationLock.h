@@ -3,6 +3,7 @@
 // atomic step, with an owner record that lets a waiter judge and clear an abandoned lock.
 
 #include "platform/Crypto.h"
+#include "platform/Folder.h"
 #include "platform/Time.h"
 
 #include <optional>
@@ -10,6 +11,9 @@
 #include <string_view>
 
 namespace vorlo {
+
+// Where every server keeps the lock and the change marker, relative to the library.
+inline constexpr std::string_view kLocksFolder = "Vorlo Data/Locks";
 
 // The content of "Owner.json". The format is a protocol between processes, not a detail.
 struct MCPMutationLockOwner {
@@ -26,14 +30,17 @@ struct MCPMutationLockOwner {
 
 class MCPMutationLock {
 public:
-    explicit MCPMutationLock(std::string locksDirectory);
+    // The locks folder is `locksFolder` below the library, reached from it without following a link,
+    // so that the lock can only ever be taken inside the library. Touches no file.
+    MCPMutationLock(std::string libraryURL, std::string locksFolder);
     MCPMutationLock(const MCPMutationLock&) = delete;
     MCPMutationLock& operator=(const MCPMutationLock&) = delete;
     // Destruction does not release: callers use MutationLockGuard.
     ~MCPMutationLock() = default;
 
     // Returns with the lock held, or throws: the platform's error when the locks folder cannot be
-    // made, ServerError "The Vorlo library is busy. …" after about one second of waiting.
+    // made or is reached through a link, ServerError "The Vorlo library is busy. …" after about one
+    // second of waiting.
     void acquire();
     // Never throws; does nothing unless acquired. Leaves a lock that another owner took over alone.
     void release() noexcept;
@@ -46,17 +53,23 @@ public:
     bool recoverAbandonedLockIfNeeded() noexcept;
 
 private:
-    std::string locksDirectory_;
+    std::string libraryURL_;
+    std::string locksFolder_;
     std::string lockPath_;
-    std::string ownerPath_;
     MCPMutationLockOwner owner_;
     bool acquired_ = false;
+    // Held open from the start of `acquire` to the end of `release`: whatever is swapped in on the
+    // way to it afterwards, every step of the protocol happens in this one folder.
+    std::optional<fs::Folder> locks_;
 };
 
 // Acquires in its constructor and releases on every way out of the scope.
 class MutationLockGuard {
 public:
-    explicit MutationLockGuard(std::string locksDirectory) : lock_(std::move(locksDirectory)) { lock_.acquire(); }
+    MutationLockGuard(std::string libraryURL, std::string locksFolder)
+        : lock_(std::move(libraryURL), std::move(locksFolder)) {
+        lock_.acquire();
+    }
     ~MutationLockGuard() { lock_.release(); }
     MutationLockGuard(const MutationLockGuard&) = delete;
     MutationLockGuard& operator=(const MutationLockGuard&) = delete;

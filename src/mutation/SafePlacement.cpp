@@ -2,12 +2,13 @@
 #include "mutation/SafePlacement.h"
 
 #include "platform/Errors.h"
-#include "platform/Files.h"
+#include "platform/Folder.h"
 #include "platform/Text.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Validators.h"
 
 #include <array>
+#include <cerrno>
 
 namespace vorlo::mutation {
 namespace {
@@ -84,55 +85,57 @@ bool startsInsidePrivateFolder(std::string_view path) {
 
 } // namespace
 
-std::string VorloMCPServer::writableFolderURL(std::string_view relativeFolder) const {
-    if (relativeFolder.empty()) return libraryURL_;
+fs::Folder VorloMCPServer::writableFolderURL(std::string_view relativeFolder) const {
+    int error = 0;
+    std::optional<fs::Folder> library = fs::Folder::open(libraryURL_, &error);
+    if (!library) throwFileFailure("folder", "", "opened", error);
+    if (relativeFolder.empty()) return std::move(*library);
     const std::string normalized = tools::withForwardSlashes(relativeFolder);
     if (!tools::isSafeRelativePath(normalized) || text::caseInsensitiveEqual(normalized, kPrivateFolder) ||
         startsInsidePrivateFolder(normalized))
         refuseUnsafeFolder();
 
-    // Each component is examined before the next is touched, so no symbolic link is ever walked
-    // through, not even one that points back into the library: what is checked is what is used.
-    const std::string root = fs::resolvedPath(libraryURL_);
-    std::string current = libraryURL_;
+    // Each component is opened inside the one before without following a link, so no symbolic
+    // link is ever walked through, not even one that points back into the library, and a folder
+    // swapped for one after it was opened lends nothing: what is checked is what is used.
+    fs::Folder current = std::move(*library);
     std::string shown; // the part of the client's path walked so far, for messages
     std::string_view rest = normalized;
     while (!rest.empty()) {
         const std::size_t slash = rest.find('/');
         const std::string_view component = rest.substr(0, slash);
         rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
-        current = fs::joinPath(current, component);
         shown += shown.empty() ? "" : "/";
         shown += component;
 
-        if (fs::exists(current)) {
-            int error = 0;
-            const auto status = fs::linkStatus(current, &error);
-            if (!status) throwFileFailure("folder", shown, "examined", error);
-            if (status->kind != fs::EntryKind::Directory ||
-                !fs::isDescendantPath(fs::resolvedPath(current), root))
-                refuseFolderOutside();
-        } else if (const int error = fs::makeDirectory(current); error != 0) {
-            throwFileFailure("folder", shown, "created", error);
+        std::optional<fs::Folder> next = current.child(component, &error);
+        if (!next) {
+            // A file, a link or anything else but a folder stands there.
+            if (error == ENOTDIR) refuseFolderOutside();
+            if (error != ENOENT) throwFileFailure("folder", shown, "examined", error);
+            next = current.makeChild(component, &error);
+            if (!next) throwFileFailure("folder", shown, "created", error);
         }
+        current = std::move(*next);
     }
     return current;
 }
 
-std::string VorloMCPServer::uniqueNoteURL(const std::string& folder, std::string_view title) const {
+std::string VorloMCPServer::uniqueNoteURL(const fs::Folder& folder, std::string_view title) const {
     // Existence is the file system's own test, so on a volume that ignores case "plan.md" is taken
     // by "Plan.md". The lock keeps other servers out of the gap between this test and the write.
     const std::string stem = mutation::safeFilename(title);
-    std::string candidate = fs::joinPath(folder, stem + ".md");
-    for (unsigned long long number = 2; fs::exists(candidate); ++number)
-        candidate = fs::joinPath(folder, stem + " " + std::to_string(number) + ".md");
-    return candidate;
+    std::string name = stem + ".md";
+    for (unsigned long long number = 2; folder.contains(name); ++number)
+        name = stem + " " + std::to_string(number) + ".md";
+    return fs::joinPath(folder.path(), name);
 }
 
-void VorloMCPServer::writeNewDataAtomically(std::string_view bytes, const std::string& target) const {
+void VorloMCPServer::writeNewDataAtomically(std::string_view bytes, const fs::Folder& folder,
+                                            const std::string& target) const {
     // The final move refuses to replace anything, which is all that holds off a writer outside the
     // lock protocol; the temporary file is gone on every way out.
-    if (const int error = fs::createFileAtomically(target, bytes, 0600); error != 0)
+    if (const int error = folder.createFile(fs::lastComponent(target), bytes, 0600); error != 0)
         throwFileFailure("file", relativePath(target), "created", error);
 }
 

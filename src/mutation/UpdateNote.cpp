@@ -4,7 +4,7 @@
 #include "mutation/MutationLock.h"
 #include "mutation/NoteRenderer.h"
 #include "platform/Errors.h"
-#include "platform/Files.h"
+#include "platform/Folder.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Validators.h"
 
@@ -51,7 +51,7 @@ Json VorloMCPServer::updateNote(const Json& arguments) const {
 
     // From the scan to the rename no other server can change the note, so the revision compared
     // below still holds when the new text replaces the file.
-    MutationLockGuard lock(locksDirectory());
+    MutationLockGuard lock(libraryURL_, std::string(kLocksFolder));
     std::optional<NoteRecord> note = findNote(path);
     if (!note) throw ServerError("No unlocked Vorlo note exists at that path.");
     if (note->revision != expected->get_ref<const std::string&>())
@@ -77,18 +77,25 @@ Json VorloMCPServer::updateNote(const Json& arguments) const {
 
     // The file written is the one whose revision was compared. Where two names differ in case alone,
     // the client's spelling could name the other file, whose content this would silently replace.
-    const std::string file = fs::joinPath(libraryURL_, note->relativePath);
+    // Its folder is opened from the library without following a link, as the scan found it: a
+    // folder swapped for a link since then cannot lead the write outside.
+    const std::string_view notePath = note->relativePath;
+    const std::size_t slash = notePath.rfind('/');
+    const std::string_view folderPath = slash == std::string_view::npos ? std::string_view() : notePath.substr(0, slash);
+    const std::string_view name = slash == std::string_view::npos ? notePath : notePath.substr(slash + 1);
     int error = 0;
-    const auto before = fs::linkStatus(file, &error);
+    const auto folder = fs::Folder::openBelow(libraryURL_, folderPath, fs::Folder::Missing::Fail, &error);
+    if (!folder) throwFileFailure("file", note->relativePath, "examined", error);
+    const auto before = folder->status(name, &error);
     if (!before) throwFileFailure("file", note->relativePath, "examined", error);
     if (before->kind != fs::EntryKind::RegularFile)
         throw ServerError("The requested note is no longer a regular Vorlo file.");
     // A rename replaces a link that appears at the name now, and never writes through it.
-    if (const int writeError = fs::replaceFileAtomically(file, text, 0600); writeError != 0)
+    if (const int writeError = folder->replaceFile(name, text, 0600); writeError != 0)
         throwFileFailure("file", note->relativePath, "saved", writeError);
     const std::optional<std::string> warning = recordCompletedMutation();
 
-    const auto after = fs::linkStatus(file, &error);
+    const auto after = folder->status(name, &error);
     if (!after) throwFileFailure("file", note->relativePath, "examined", error);
 
     // Reported under the client's spelling of the path, with the revision of the bytes written.

@@ -1,9 +1,6 @@
-// The file system over POSIX. Every entry is examined without following a final symbolic link,
-// and every write goes through a hidden temporary file and a rename.
+// The file system over POSIX, for reading and examining. Every entry is examined without following a
+// final symbolic link; writing happens inside an open Folder.
 #include "platform/Files.h"
-
-#include "platform/Crypto.h"
-#include "platform/SystemCalls.h"
 
 #include <cerrno>
 #include <climits>
@@ -46,93 +43,6 @@ FileStatus statusFrom(const struct stat& status) {
 
 void setError(int* errorNumber, int value) {
     if (errorNumber != nullptr) *errorNumber = value;
-}
-
-std::string parentOf(const std::string& path) {
-    const auto slash = path.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    if (slash == 0) return "/";
-    return path.substr(0, slash);
-}
-
-int writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t n = sys::write(fd, bytes.data(), bytes.size());
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return errno;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return 0;
-}
-
-int syncDirectory(const std::string& path) {
-    const int fd = sys::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return errno;
-    const int result = sys::fsync(fd) == 0 ? 0 : errno;
-    sys::close(fd);
-    return result;
-}
-
-int renameExclusive(const char* from, const char* to) {
-    if (sys::renameNoReplace(AT_FDCWD, from, AT_FDCWD, to) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return errno;
-    // A file system that refuses the flag: a hard link fails on an existing name just the same.
-    if (sys::link(from, to) != 0) return errno;
-    sys::unlink(from);
-    return 0;
-}
-
-// Writes a temporary file beside `path`, then moves it into place with `move`. The temporary file
-// is removed on every way out; after a successful move there is nothing left to remove.
-template <typename Move>
-int placeThroughTemporary(const std::string& path, std::string_view bytes, unsigned mode, Move move) {
-    const std::string folder = parentOf(path);
-    const std::string temporary = joinPath(folder, ".Vorlo MCP " + Uuid::random().text() + ".tmp");
-    int fd = sys::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) return errno;
-    int result = writeAll(fd, bytes);
-    if (result == 0 && sys::fchmod(fd, static_cast<mode_t>(mode)) != 0) result = errno;
-    // The bytes reach the disk before the name does, so a power cut never leaves an empty note.
-    if (result == 0 && sys::fsync(fd) != 0) result = errno;
-    if (sys::close(fd) != 0 && result == 0) result = errno;
-    if (result == 0) result = move(temporary.c_str(), path.c_str());
-    if (result != 0) {
-        sys::unlink(temporary.c_str());
-        return result;
-    }
-    // The move by hard link leaves the temporary name to be removed; one more try if that failed.
-    if (exists(temporary)) sys::unlink(temporary.c_str());
-    syncDirectory(folder); // the rename itself is durable once its folder is flushed
-    return 0;
-}
-
-int removeTreeAt(int parentFd, const char* name) {
-    struct stat status;
-    if (::fstatat(parentFd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    if (!S_ISDIR(status.st_mode)) return sys::unlinkat(parentFd, name, 0) == 0 ? 0 : errno;
-    const int fd = ::openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return errno;
-    DIR* directory = ::fdopendir(fd);
-    if (directory == nullptr) {
-        const int error = errno;
-        ::close(fd);
-        return error;
-    }
-    int result = 0;
-    std::vector<std::string> names;
-    while (const dirent* entry = ::readdir(directory)) {
-        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
-        names.emplace_back(entry->d_name);
-    }
-    for (const auto& child : names) {
-        const int error = removeTreeAt(::dirfd(directory), child.c_str());
-        if (error != 0 && result == 0) result = error;
-    }
-    ::closedir(directory);
-    if (sys::unlinkat(parentFd, name, AT_REMOVEDIR) != 0 && result == 0) result = errno;
-    return result;
 }
 
 } // namespace
@@ -286,64 +196,6 @@ UniqueFd openDirectory(const std::string& path) {
 
 UniqueFd openDirectoryAt(int parentFd, const char* name) {
     return UniqueFd(::openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
-int makeDirectory(const std::string& path) {
-    if (sys::mkdir(path.c_str(), 0700) != 0) return errno;
-    // mkdir's mode passes through the umask; the folder must be private whatever it is. A folder
-    // that cannot be made private is taken away again, so that a failure never leaves a new folder
-    // behind and EEXIST always means that something stood there before: a lock folder left over
-    // from a failed attempt would hold the library for seconds.
-    if (sys::chmod(path.c_str(), 0700) == 0) return 0;
-    const int error = errno;
-    sys::rmdir(path.c_str());
-    return error;
-}
-
-int makeDirectories(const std::string& path) {
-    std::string prefix;
-    std::size_t at = 0;
-    while (at <= path.size()) {
-        std::size_t slash = path.find('/', at);
-        if (slash == std::string::npos) slash = path.size();
-        prefix = path.substr(0, slash);
-        at = slash + 1;
-        if (prefix.empty()) continue;
-        struct stat status;
-        if (::stat(prefix.c_str(), &status) == 0) {
-            if (!S_ISDIR(status.st_mode)) return ENOTDIR;
-            continue;
-        }
-        const int error = makeDirectory(prefix);
-        if (error == 0) continue;
-        // Made by someone else since the test above: fine if it is a folder. Anything else that
-        // stands there, or nothing at all, is reported as the failure it is, not as the missing
-        // parent of the next component.
-        if (error != EEXIST || ::stat(prefix.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return error;
-    }
-    return 0;
-}
-
-int changeMode(const std::string& path, unsigned mode) {
-    // Never through a link: a note swapped for one must not lend its mode to the target.
-    return sys::fchmodat(AT_FDCWD, path.c_str(), static_cast<mode_t>(mode), AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
-}
-
-int renameEntry(const std::string& from, const std::string& to) {
-    return sys::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
-}
-
-int renameNoReplace(const std::string& from, const std::string& to) { return renameExclusive(from.c_str(), to.c_str()); }
-
-int removeTree(const std::string& path) { return removeTreeAt(AT_FDCWD, path.c_str()); }
-
-int replaceFileAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
-    return placeThroughTemporary(path, bytes, mode,
-                                 [](const char* from, const char* to) { return sys::rename(from, to) == 0 ? 0 : errno; });
-}
-
-int createFileAtomically(const std::string& path, std::string_view bytes, unsigned mode) {
-    return placeThroughTemporary(path, bytes, mode, renameExclusive);
 }
 
 std::string standardizedPath(std::string_view path) {

@@ -81,27 +81,6 @@ bool isHiddenName(std::string_view name);
 UniqueFd openDirectory(const std::string& path);
 UniqueFd openDirectoryAt(int parentFd, const char* name);
 
-// Creates one folder with mode 0700 whatever the umask. Returns 0 or errno (EEXIST included).
-int makeDirectory(const std::string& path);
-// Creates the folder and any missing parents, each with mode 0700. Returns 0 or errno; an
-// existing folder is no failure.
-int makeDirectories(const std::string& path);
-
-// Returns 0 or errno.
-int changeMode(const std::string& path, unsigned mode);
-int renameEntry(const std::string& from, const std::string& to);
-// Moves only if nothing exists at `to` (EEXIST otherwise).
-int renameNoReplace(const std::string& from, const std::string& to);
-// Removes a file, or a folder with all it holds, never following a symbolic link. Returns 0 or errno.
-int removeTree(const std::string& path);
-
-// Writes `bytes` to a temporary hidden file beside `path` (".Vorlo MCP <UUID>.tmp"), flushes it,
-// sets `mode`, and renames it over `path`, then flushes the folder. The temporary file is gone on
-// every way out. Returns 0 or errno.
-int replaceFileAtomically(const std::string& path, std::string_view bytes, unsigned mode);
-// The same, but the final move never replaces anything: EEXIST when `path` is taken.
-int createFileAtomically(const std::string& path, std::string_view bytes, unsigned mode);
-
 // Lexical: drops "." components, resolves ".." lexically, drops a trailing "/".
 std::string standardizedPath(std::string_view path);
 // Symbolic links resolved in the longest existing prefix, the rest appended lexically.

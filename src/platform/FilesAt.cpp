@@ -65,14 +65,7 @@ std::optional<std::vector<DirectoryEntry>> listDirectoryAt(int directoryFd) {
 std::optional<FileStatus> linkStatusAt(int directoryFd, const char* name) {
     struct stat status;
     if (::fstatat(directoryFd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
-#ifdef __APPLE__
-    const auto& time = status.st_mtimespec;
-#else
-    const auto& time = status.st_mtim;
-#endif
-    const Timestamp modified(std::chrono::duration_cast<Timestamp::duration>(
-        std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec)));
-    return FileStatus{kindOfMode(status.st_mode), static_cast<std::uint64_t>(status.st_size), modified};
+    return FileStatus{kindOfMode(status.st_mode), static_cast<std::uint64_t>(status.st_size), timestampOf(status)};
 }
 
 } // namespace vorlo::fs

@@ -71,6 +71,8 @@ std::optional<Fault> intercept(Call call, Describe describe) {
     return *planned;
 }
 
+Call kindOfOpen(int flags) { return (flags & O_DIRECTORY) != 0 ? Call::OpenFolder : Call::Open; }
+
 // A planned failure: errno set, nothing done. (A short write is handled by `write` itself.)
 bool failsWith(const std::optional<Fault>& fault) {
     if (!fault || fault->shortWrite) return false;
@@ -83,6 +85,7 @@ bool failsWith(const std::optional<Fault>& fault) {
 const char* callName(Call call) {
     switch (call) {
     case Call::Open: return "open";
+    case Call::OpenFolder: return "open folder";
     case Call::Write: return "write";
     case Call::Fsync: return "fsync";
     case Call::Fchmod: return "fchmod";
@@ -92,20 +95,18 @@ const char* callName(Call call) {
     case Call::Link: return "link";
     case Call::Unlink: return "unlink";
     case Call::Mkdir: return "mkdir";
-    case Call::Chmod: return "chmod";
-    case Call::Fchmodat: return "fchmodat";
     case Call::Rmdir: return "rmdir";
     }
     return "?";
 }
 
 int open(const char* path, int flags, mode_t mode) {
-    if (failsWith(intercept(Call::Open, [&] { return pathAt(AT_FDCWD, path); }))) return -1;
+    if (failsWith(intercept(kindOfOpen(flags), [&] { return pathAt(AT_FDCWD, path); }))) return -1;
     return ::open(path, flags, mode);
 }
 
 int openat(int directoryFd, const char* name, int flags, mode_t mode) {
-    if (failsWith(intercept(Call::Open, [&] { return pathAt(directoryFd, name); }))) return -1;
+    if (failsWith(intercept(kindOfOpen(flags), [&] { return pathAt(directoryFd, name); }))) return -1;
     return ::openat(directoryFd, name, flags, mode);
 }
 
@@ -138,12 +139,6 @@ int close(int fd) {
     return ::close(fd);
 }
 
-int rename(const char* from, const char* to) {
-    if (failsWith(intercept(Call::Rename, [&] { return pathAt(AT_FDCWD, from) + " -> " + pathAt(AT_FDCWD, to); })))
-        return -1;
-    return ::rename(from, to);
-}
-
 int renameat(int fromDirectoryFd, const char* from, int toDirectoryFd, const char* to) {
     if (failsWith(intercept(Call::Rename,
                             [&] { return pathAt(fromDirectoryFd, from) + " -> " + pathAt(toDirectoryFd, to); })))
@@ -162,22 +157,11 @@ int renameNoReplace(int fromDirectoryFd, const char* from, int toDirectoryFd, co
 #endif
 }
 
-int link(const char* from, const char* to) {
-    if (failsWith(intercept(Call::Link, [&] { return pathAt(AT_FDCWD, from) + " -> " + pathAt(AT_FDCWD, to); })))
-        return -1;
-    return ::link(from, to);
-}
-
 int linkat(int fromDirectoryFd, const char* from, int toDirectoryFd, const char* to) {
     if (failsWith(intercept(Call::Link,
                             [&] { return pathAt(fromDirectoryFd, from) + " -> " + pathAt(toDirectoryFd, to); })))
         return -1;
     return ::linkat(fromDirectoryFd, from, toDirectoryFd, to, 0);
-}
-
-int unlink(const char* path) {
-    if (failsWith(intercept(Call::Unlink, [&] { return pathAt(AT_FDCWD, path); }))) return -1;
-    return ::unlink(path);
 }
 
 int unlinkat(int directoryFd, const char* name, int flags) {
@@ -186,29 +170,9 @@ int unlinkat(int directoryFd, const char* name, int flags) {
     return ::unlinkat(directoryFd, name, flags);
 }
 
-int mkdir(const char* path, mode_t mode) {
-    if (failsWith(intercept(Call::Mkdir, [&] { return pathAt(AT_FDCWD, path); }))) return -1;
-    return ::mkdir(path, mode);
-}
-
 int mkdirat(int directoryFd, const char* name, mode_t mode) {
     if (failsWith(intercept(Call::Mkdir, [&] { return pathAt(directoryFd, name); }))) return -1;
     return ::mkdirat(directoryFd, name, mode);
-}
-
-int chmod(const char* path, mode_t mode) {
-    if (failsWith(intercept(Call::Chmod, [&] { return pathAt(AT_FDCWD, path); }))) return -1;
-    return ::chmod(path, mode);
-}
-
-int fchmodat(int directoryFd, const char* name, mode_t mode, int flags) {
-    if (failsWith(intercept(Call::Fchmodat, [&] { return pathAt(directoryFd, name); }))) return -1;
-    return ::fchmodat(directoryFd, name, mode, flags);
-}
-
-int rmdir(const char* path) {
-    if (failsWith(intercept(Call::Rmdir, [&] { return pathAt(AT_FDCWD, path); }))) return -1;
-    return ::rmdir(path);
 }
 
 FaultInjection::FaultInjection(std::vector<Fault> faults) {

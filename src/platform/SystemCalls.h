@@ -12,32 +12,26 @@
 
 namespace vorlo::sys {
 
+// An open with O_DIRECTORY counts as an OpenFolder call, any other as Open.
 int open(const char* path, int flags, mode_t mode = 0);
 int openat(int directoryFd, const char* name, int flags, mode_t mode = 0);
 ssize_t write(int fd, const void* bytes, std::size_t count);
 int fsync(int fd);
 int fchmod(int fd, mode_t mode);
 int close(int fd);
-int rename(const char* from, const char* to);
 int renameat(int fromDirectoryFd, const char* from, int toDirectoryFd, const char* to);
 // A rename that fails with EEXIST when anything stands at `to` (renameat2 with RENAME_NOREPLACE on
 // Linux, renameatx_np with RENAME_EXCL on macOS). EINVAL, ENOSYS or ENOTSUP: the file system has
 // no such rename.
 int renameNoReplace(int fromDirectoryFd, const char* from, int toDirectoryFd, const char* to);
-int link(const char* from, const char* to);
 int linkat(int fromDirectoryFd, const char* from, int toDirectoryFd, const char* to);
-int unlink(const char* path);
 int unlinkat(int directoryFd, const char* name, int flags);
-int mkdir(const char* path, mode_t mode);
 int mkdirat(int directoryFd, const char* name, mode_t mode);
-int chmod(const char* path, mode_t mode);
-int fchmodat(int directoryFd, const char* name, mode_t mode, int flags);
-int rmdir(const char* path);
 
 // ---- For tests only: nothing in the server arms this, and no input or environment can. ----
 
 enum class Call : std::uint8_t {
-    Open, Write, Fsync, Fchmod, Close, Rename, RenameNoReplace, Link, Unlink, Mkdir, Chmod, Fchmodat, Rmdir,
+    Open, OpenFolder, Write, Fsync, Fchmod, Close, Rename, RenameNoReplace, Link, Unlink, Mkdir, Rmdir,
 };
 const char* callName(Call call);
 

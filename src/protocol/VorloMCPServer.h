@@ -12,6 +12,10 @@
 
 namespace vorlo {
 
+namespace fs {
+class Folder;
+}
+
 // What read_attachment returns: the metadata and ready-made MCP content items.
 struct AttachmentReadResult {
     Json structuredContent;
@@ -47,13 +51,14 @@ public:
     AttachmentReadResult readAttachment(const Json& arguments) const;
 
     // --- Note writing (mutation/) ---
-    std::string locksDirectory() const;
     // Absent on success, else the warning for the client.
     std::optional<std::string> recordCompletedMutation() const;
-    // The folder for a new note, made if missing, never reached through a link.
-    std::string writableFolderURL(std::string_view relativeFolder) const;
-    std::string uniqueNoteURL(const std::string& folder, std::string_view title) const;
-    void writeNewDataAtomically(std::string_view bytes, const std::string& target) const;
+    // The folder for a new note, made if missing, opened without ever passing through a link.
+    fs::Folder writableFolderURL(std::string_view relativeFolder) const;
+    // The path of a free name in `folder` for a note of that title.
+    std::string uniqueNoteURL(const fs::Folder& folder, std::string_view title) const;
+    // Writes the note at `target`, whose last component names it inside `folder`.
+    void writeNewDataAtomically(std::string_view bytes, const fs::Folder& folder, const std::string& target) const;
     Json createNote(const Json& arguments) const;
     Json updateNote(const Json& arguments) const;
 

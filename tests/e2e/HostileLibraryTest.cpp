@@ -208,11 +208,7 @@ void serveWhileSwapping(bool withWrites) {
 
 TEST(HostileLibrary, EntriesSwappedForOutsideLinksNeverLeak) { serveWhileSwapping(false); }
 
-// Known to fail: the lock folder, the marker and the temporary file of a write are placed by path,
-// so a "Vorlo Data" or a note's folder swapped for a link between the check and the write sends them
-// outside, where an update can replace a file. Enable once writes are placed through descriptors
-// opened without following links.
-TEST(HostileLibrary, DISABLED_WritesWhileEntriesAreSwappedStayInside) { serveWhileSwapping(true); }
+TEST(HostileLibrary, WritesWhileEntriesAreSwappedStayInside) { serveWhileSwapping(true); }
 
 TEST(HostileLibrary, PathsBuiltToClimbOutStayInside) {
     HostileLibrary hostile;

@@ -121,7 +121,7 @@ TEST(MutationMarkerRecord, EncodesPrettyWithSortedKeys) {
 TEST(MutationLock, AcquireWritesThisProcessRecordAndReleaseLeavesNothing) {
     TempLibrary library;
     const std::string locks = library.path("Vorlo Data/Locks");
-    MCPMutationLock lock(locks);
+    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
     EXPECT_FALSE(library.exists("Vorlo Data")); // making the object touches no file
     lock.acquire();
     EXPECT_TRUE(lock.acquired());
@@ -146,7 +146,7 @@ TEST(MutationLock, AcquireWritesThisProcessRecordAndReleaseLeavesNothing) {
 
 TEST(MutationLock, ReleaseLeavesALockThatAnotherOwnerTookOver) {
     TempLibrary library;
-    MCPMutationLock lock(library.path("Vorlo Data/Locks"));
+    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
     lock.acquire();
     MCPMutationLockOwner successor = lock.owner();
     successor.token = Uuid::random();
@@ -161,7 +161,7 @@ TEST(MutationLock, ReleaseLeavesALockThatAnotherOwnerTookOver) {
 TEST(MutationLock, UncreatableLocksFolderIsAPlatformErrorWithoutAbsolutePath) {
     TempLibrary library;
     library.write("Vorlo Data", "a file where the folder belongs");
-    MCPMutationLock lock(library.path("Vorlo Data/Locks"));
+    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
     try {
         lock.acquire();
         FAIL() << "acquired below a file";
@@ -170,6 +170,26 @@ TEST(MutationLock, UncreatableLocksFolderIsAPlatformErrorWithoutAbsolutePath) {
                      "The folder \u201CVorlo Data/Locks\u201D could not be created: Not a directory.");
     }
     EXPECT_FALSE(lock.acquired());
+}
+
+TEST(MutationLock, PrivateFolderThatIsALinkIsRefusedNotFollowed) {
+    for (const char* link : {"Vorlo Data", "Vorlo Data/Locks"}) {
+        SCOPED_TRACE(link);
+        TempLibrary library;
+        library.write("../outside/keep", "");
+        if (std::string_view(link) != "Vorlo Data") library.makeFolder("Vorlo Data");
+        library.link(link, library.root() + "/outside");
+        MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
+        try {
+            lock.acquire();
+            FAIL() << "acquired through a link";
+        } catch (const PlatformError& error) {
+            EXPECT_STREQ(error.what(),
+                         "The folder \u201CVorlo Data/Locks\u201D could not be created: Not a directory.");
+        }
+        EXPECT_FALSE(lock.acquired());
+        EXPECT_EQ(std::distance(stdfs::directory_iterator(library.root() + "/outside"), stdfs::directory_iterator()), 1);
+    }
 }
 
 } // namespace

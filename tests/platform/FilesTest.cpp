@@ -48,47 +48,5 @@ TEST(Files, ResolvedPathFollowsLinksOfTheExistingPrefix) {
     EXPECT_EQ(resolvedPath(library.path("alias/missing/x.png")), real + "/missing/x.png");
 }
 
-TEST(Files, AtomicPlacementNeverReplacesWhenAskedNotToAndLeavesNoTemporary) {
-    TempLibrary library;
-    const std::string target = library.path("note.md");
-    EXPECT_EQ(createFileAtomically(target, "first", 0600), 0);
-    EXPECT_EQ(createFileAtomically(target, "second", 0600), EEXIST);
-    EXPECT_EQ(library.read("note.md"), "first");
-    EXPECT_EQ(replaceFileAtomically(target, "third", 0600), 0);
-    EXPECT_EQ(library.read("note.md"), "third");
-    struct stat status;
-    ASSERT_EQ(::stat(target.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0600u);
-    EXPECT_EQ(createFileAtomically(library.path("missing/x.md"), "x", 0600), ENOENT);
-    const auto entries = listDirectory(library.library());
-    ASSERT_TRUE(entries);
-    ASSERT_EQ(entries->size(), 1u); // hidden temporaries are listed by nothing, and none remains anyway
-    EXPECT_EQ(::access((library.library() + "/.Vorlo MCP").c_str(), F_OK), -1);
-}
-
-TEST(Files, DirectoriesArePrivateWhateverTheUmask) {
-    TempLibrary library;
-    const mode_t previous = ::umask(0);
-    EXPECT_EQ(makeDirectories(library.path("a/b/c")), 0);
-    ::umask(previous);
-    for (const char* folder : {"a", "a/b", "a/b/c"}) {
-        struct stat status;
-        ASSERT_EQ(::stat(library.path(folder).c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 0777, 0700u) << folder;
-    }
-    EXPECT_EQ(makeDirectory(library.path("a")), EEXIST);
-    EXPECT_EQ(removeTree(library.path("a")), 0);
-    EXPECT_FALSE(exists(library.path("a")));
-}
-
-TEST(Files, RemoveTreeNeverFollowsLinks) {
-    TempLibrary library;
-    library.write("outside/keep.txt", "keep");
-    library.makeFolder("doomed");
-    library.link("doomed/link", library.path("outside"));
-    EXPECT_EQ(removeTree(library.path("doomed")), 0);
-    EXPECT_EQ(library.read("outside/keep.txt"), "keep");
-}
-
 } // namespace
 } // namespace vorlo::fs
