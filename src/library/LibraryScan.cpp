@@ -7,6 +7,7 @@
 #include "platform/Errors.h"
 #include "platform/Files.h"
 #include "platform/FilesAt.h"
+#include "platform/Process.h"
 #include "platform/Text.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Limits.h"
@@ -201,7 +202,7 @@ void walk(const std::string& libraryPath, const PathFilter& wanted, const std::f
     fs::FileBatchReader reader(kMaximumNoteBytes);
     // One core has nothing to share the work with; the plain way, one call at a time, keeps to one thread.
     std::optional<VisitingThread> visitor;
-    if (std::thread::hardware_concurrency() > 1 && !fs::plainReadsChosen()) visitor.emplace(visit);
+    if (process::usableProcessors() > 1 && !fs::plainReadsChosen()) visitor.emplace(visit);
     std::vector<Candidate> candidates;
     std::vector<fs::FileRequest> requests;
     std::vector<NoteFile> batch;

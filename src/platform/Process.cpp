@@ -1,10 +1,13 @@
 // The process, its host and its user's folders, over POSIX.
 #include "platform/Process.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <pwd.h>
+#include <sched.h>
+#include <thread>
 #include <time.h>
 #include <unistd.h>
 
@@ -17,6 +20,16 @@ std::optional<std::string> environmentValue(const char* name) {
 }
 
 int currentProcessId() { return static_cast<int>(getpid()); }
+
+unsigned usableProcessors() {
+#ifdef __linux__
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0)
+        return static_cast<unsigned>(CPU_COUNT(&set));
+#endif
+    return std::max(1u, std::thread::hardware_concurrency());
+}
 
 std::string hostName() {
     char buffer[256] = {};

@@ -16,6 +16,10 @@ bool processIsGone(int processId);
 
 void sleepMilliseconds(int milliseconds);
 
+// The processors this thread may run on: its affinity mask, which a container or `taskset` may
+// narrow well below the machine's count; the machine's count where the system cannot tell.
+unsigned usableProcessors();
+
 // $HOME, else the password database's entry.
 std::string homeDirectory();
 

@@ -2,6 +2,7 @@
 // reading against each other, on a generated library full of ties and awkward files.
 #include "library/LibraryScan.h"
 #include "library/Summaries.h"
+#include "platform/Process.h"
 #include "platform/Text.h"
 #include "support/IoMode.h"
 #include "support/TempLibrary.h"
@@ -10,8 +11,10 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <thread>
 
 namespace vorlo::testing {
 namespace {
@@ -173,25 +176,48 @@ TEST_P(StreamedScan, WhatTheVisitorThrowsEndsTheWalkAndComesOut) {
 }
 
 INSTANTIATE_TEST_SUITE_P(IoModes, StreamedScan, ::testing::ValuesIn(kIoModes),
-                         [](const auto& info) { return std::string(*info.param ? info.param : "auto"); });
+                         [](const auto& info) { return vorlo::testing::ioModeName(info.param); });
 
-TEST(StreamedScanModes, BothWaysOfReadingYieldTheSameRecordsInTheSameOrder) {
+TEST(StreamedScanModes, EveryWayOfReadingYieldsTheSameRecordsInTheSameOrder) {
     TempLibrary library;
     generateLibrary(library, 11);
     const auto scan = [&](const char* mode) {
         const IoMode chosen(mode);
         return library.server().scanNotes();
     };
-    const auto one = scan("sync"), other = scan("");
-    ASSERT_EQ(one.size(), other.size());
+    const auto one = scan("sync");
     EXPECT_GT(one.size(), 200u);
-    for (std::size_t i = 0; i < one.size(); ++i) {
-        const NoteRecord &a = one[i], &b = other[i];
-        EXPECT_EQ(a.relativePath, b.relativePath);
-        EXPECT_EQ(a.revision, b.revision) << a.relativePath;
-        EXPECT_EQ(a.content, b.content) << a.relativePath;
-        EXPECT_EQ(a.fileModificationDate, b.fileModificationDate) << a.relativePath;
-        EXPECT_EQ(library::summary(a), library::summary(b));
+    for (const char* mode : {"", "one core"}) {
+        SCOPED_TRACE(ioModeName(mode));
+        const auto other = scan(mode);
+        ASSERT_EQ(one.size(), other.size());
+        for (std::size_t i = 0; i < one.size(); ++i) {
+            const NoteRecord &a = one[i], &b = other[i];
+            EXPECT_EQ(a.relativePath, b.relativePath);
+            EXPECT_EQ(a.revision, b.revision) << a.relativePath;
+            EXPECT_EQ(a.content, b.content) << a.relativePath;
+            EXPECT_EQ(a.fileModificationDate, b.fileModificationDate) << a.relativePath;
+            EXPECT_EQ(library::summary(a), library::summary(b));
+        }
+    }
+}
+
+// The modes above are only as good as their difference: on one processor the notes are visited on
+// the calling thread, and where there are more, on the second one.
+TEST(StreamedScanModes, OneProcessorKeepsTheWorkOnTheCallingThread) {
+    TempLibrary library;
+    for (int i = 0; i < 100; ++i) library.write(std::to_string(i) + ".md", "x");
+    const auto visitingThreads = [&](const char* mode) {
+        const IoMode chosen(mode);
+        std::set<std::thread::id> threads;
+        library::walkNoteFiles(library.library(),
+                               [&](library::NoteFile&&) { threads.insert(std::this_thread::get_id()); });
+        return threads;
+    };
+    EXPECT_EQ(visitingThreads("one core"), std::set<std::thread::id>{std::this_thread::get_id()});
+    EXPECT_EQ(visitingThreads("sync"), std::set<std::thread::id>{std::this_thread::get_id()});
+    if (process::usableProcessors() > 1) {
+        EXPECT_FALSE(visitingThreads("").contains(std::this_thread::get_id()));
     }
 }
 

@@ -104,7 +104,7 @@ TEST(BatchReadMode, TheEnvironmentForcesOneCallAtATime) {
 }
 
 INSTANTIATE_TEST_SUITE_P(IoModes, BatchRead, ::testing::ValuesIn(vorlo::testing::kIoModes),
-                         [](const auto& info) { return std::string(*info.param ? info.param : "auto"); });
+                         [](const auto& info) { return vorlo::testing::ioModeName(info.param); });
 
 } // namespace
 } // namespace vorlo::fs

@@ -1,10 +1,12 @@
 #pragma once
 // Chooses how the walk reads for the life of the object: "sync" forces the plain way, one call at a
 // time on one thread; "" leaves the choice to the system (the submission ring where there is one,
-// and a second thread on more than one core).
+// and a second thread on more than one core); "one core" is the system's choice on a machine of one
+// processor, made by pinning the calling thread, whose mask the scan consults, to one.
 
 #include <cstdlib>
 #include <optional>
+#include <sched.h>
 #include <string>
 
 namespace vorlo::testing {
@@ -13,12 +15,24 @@ class IoMode {
   public:
     explicit IoMode(const std::string& mode) {
         if (const char* previous = std::getenv("VORLO_MCP_IO")) previous_ = previous;
-        if (mode.empty())
+        if (mode.empty() || mode == "one core")
             ::unsetenv("VORLO_MCP_IO");
         else
             ::setenv("VORLO_MCP_IO", mode.c_str(), 1);
+        if (mode == "one core" && ::sched_getaffinity(0, sizeof mask_, &mask_) == 0) {
+            cpu_set_t one;
+            CPU_ZERO(&one);
+            for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+                if (CPU_ISSET(cpu, &mask_)) {
+                    CPU_SET(cpu, &one);
+                    break;
+                }
+            }
+            pinned_ = ::sched_setaffinity(0, sizeof one, &one) == 0;
+        }
     }
     ~IoMode() {
+        if (pinned_) ::sched_setaffinity(0, sizeof mask_, &mask_);
         if (previous_)
             ::setenv("VORLO_MCP_IO", previous_->c_str(), 1);
         else
@@ -29,9 +43,14 @@ class IoMode {
 
   private:
     std::optional<std::string> previous_;
+    cpu_set_t mask_{};
+    bool pinned_ = false;
 };
 
-// The modes every test of reading runs under.
-inline const char* const kIoModes[] = {"sync", ""};
+// The modes every test of reading runs under, and their names in test names.
+inline const char* const kIoModes[] = {"sync", "", "one core"};
+inline std::string ioModeName(const std::string& mode) {
+    return mode.empty() ? "auto" : mode == "one core" ? "oneCore" : mode;
+}
 
 } // namespace vorlo::testing
