@@ -15,6 +15,9 @@
 #include <unicode/utf8.h>
 
 #include <algorithm>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -293,30 +296,51 @@ std::string foldText(std::string_view text, bool turkic) {
 
 char lowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// Whether the lower-case ASCII `needle` occurs in `haystack` lowered. The haystack is lowered a
-// block at a time into a buffer that stays in cache, carrying the block's last needle-length bytes
-// over, so no copy of the whole text is made.
+// Whether `text` begins with the lower-case ASCII `needle` once its capitals are lowered.
+bool startsWithLowered(const char* text, std::string_view needle) {
+    for (std::size_t i = 0; i < needle.size(); ++i)
+        if (lowerAscii(text[i]) != needle[i]) return false;
+    return true;
+}
+
+#if defined(__SSE2__)
+// The sixteen bytes with A-Z lowered. Signed comparison leaves bytes from 0x80 up, which count
+// as negative, alone.
+__m128i lowered16(__m128i bytes) {
+    const __m128i capital = _mm_and_si128(_mm_cmpgt_epi8(bytes, _mm_set1_epi8('A' - 1)),
+                                          _mm_cmplt_epi8(bytes, _mm_set1_epi8('Z' + 1)));
+    return _mm_add_epi8(bytes, _mm_and_si128(capital, _mm_set1_epi8(0x20)));
+}
+#endif
+
+// Whether the lower-case ASCII `needle` occurs in `haystack` with its capitals lowered, read where
+// it stands: no lowered copy is made. Sixteen start positions at a time are filtered by the
+// needle's first and last bytes, and only the survivors are compared in full.
 bool containsLowered(std::string_view haystack, std::string_view needle) {
-    constexpr std::size_t kBlock = 16384;
-    if (needle.size() > haystack.size()) return false;
-    if (needle.size() > kBlock / 2) {
-        std::string lowered;
-        appendFoldedAscii(haystack, false, lowered);
-        return lowered.find(needle) != std::string::npos;
+    const std::size_t length = needle.size();
+    if (length == 0) return true;
+    if (length > haystack.size()) return false;
+    const char* text = haystack.data();
+    const std::size_t starts = haystack.size() - length + 1; // positions where a match may begin
+    std::size_t at = 0;
+#if defined(__SSE2__)
+    const __m128i first = _mm_set1_epi8(needle.front());
+    const __m128i last = _mm_set1_epi8(needle.back());
+    const std::string_view inner = length > 2 ? needle.substr(1, length - 2) : std::string_view();
+    for (; at + 16 <= starts; at += 16) {
+        const __m128i heads = lowered16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at)));
+        const __m128i tails = lowered16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at + length - 1)));
+        auto candidates = static_cast<unsigned>(
+            _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(heads, first), _mm_cmpeq_epi8(tails, last))));
+        while (candidates != 0) {
+            const auto offset = static_cast<std::size_t>(__builtin_ctz(candidates));
+            if (startsWithLowered(text + at + offset + 1, inner)) return true;
+            candidates &= candidates - 1;
+        }
     }
-    char block[kBlock];
-    std::size_t filled = 0;
-    std::size_t offset = 0;
-    while (offset < haystack.size()) {
-        const std::size_t take = std::min(kBlock - filled, haystack.size() - offset);
-        for (std::size_t i = 0; i < take; ++i) block[filled + i] = lowerAscii(haystack[offset + i]);
-        filled += take;
-        offset += take;
-        if (::memmem(block, filled, needle.data(), needle.size()) != nullptr) return true;
-        const std::size_t carry = std::min(needle.size() - 1, filled);
-        std::memmove(block, block + filled - carry, carry);
-        filled = carry;
-    }
+#endif
+    for (; at < starts; ++at)
+        if (startsWithLowered(text + at, needle)) return true;
     return false;
 }
 
@@ -683,7 +707,8 @@ bool FoldedSearch::foundIn(std::string_view text) const {
     if (ascii) return asciiNeedle_ && containsLowered(text, needle);
 
     constexpr std::size_t kWindowBytes = 65536;
-    constexpr std::size_t kLongRun = 4096;
+    // Runs at least this long are searched where they stand, which costs less than copying them.
+    constexpr std::size_t kLongRun = 64;
     const std::size_t keep = needle.size() - 1;
     thread_local std::string window;
     window.clear();

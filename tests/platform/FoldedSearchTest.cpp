@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -77,9 +79,11 @@ TEST(FoldedSearch, AgreesWithFoldingTheWholeTextOnRandomTexts) {
             std::string text;
             const int count = static_cast<int>(random() % 40);
             for (int i = 0; i < count; ++i) {
-                if (random() % 10 == 0) // ASCII runs, some long enough to be searched where they stand
-                    text += std::string(random() % 4 == 0 ? 4000 + random() % 3000 : random() % 200,
-                                        "ab "[random() % 3]);
+                if (random() % 10 == 0) { // ASCII runs of mixed case, most long enough to be searched where they stand
+                    const std::size_t length = random() % 4 == 0 ? 4000 + random() % 3000 : random() % 200;
+                    const char* letters = random() % 2 == 0 ? "aAbB " : "a";
+                    for (std::size_t n = 0; n < length; ++n) text += letters[random() % std::strlen(letters)];
+                }
                 else
                     text += pieces[random() % std::size(pieces)];
             }
@@ -89,6 +93,31 @@ TEST(FoldedSearch, AgreesWithFoldingTheWholeTextOnRandomTexts) {
             const FoldedSearch search(query);
             ASSERT_EQ(search.foundIn(text), fold(text).find(search.folded()) != std::string::npos)
                 << "locale " << locale << ", text \"" << text << "\", query \"" << search.folded() << "\"";
+        }
+    }
+}
+
+// ASCII text is searched sixteen start positions at a time: a match at every offset around those
+// blocks and at the very end, capitals in the text, and the bytes on either side of A-Z, which must
+// not be taken for letters.
+TEST(FoldedSearch, FindsAsciiMatchesAtEveryOffsetAndNoLookAlikes) {
+    LocaleRestorer restorer;
+    adoptLocale("");
+    for (const std::string needle : {"q", "qz", "q@z", "quartz", "q[z`{z\x7f@q", "z@", "z[", "q`", "q{"}) {
+        const FoldedSearch search(needle);
+        std::string capitals = needle;
+        for (char& c : capitals) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+        for (std::size_t size = needle.size(); size < 70; ++size) {
+            for (std::size_t at = 0; at + needle.size() <= size; ++at) {
+                for (const std::string& spelling : {needle, capitals}) {
+                    std::string text(size, '.');
+                    text.replace(at, needle.size(), spelling);
+                    ASSERT_TRUE(search.foundIn(text)) << needle << " at " << at << " of " << size;
+                    text[at + needle.size() - 1] ^= 0x20; // a letter changes case, anything else changes
+                    EXPECT_EQ(search.foundIn(text), std::isalpha(static_cast<unsigned char>(needle.back())) != 0)
+                        << needle << " at " << at << " of " << size;
+                }
+            }
         }
     }
 }
