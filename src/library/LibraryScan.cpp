@@ -16,6 +16,7 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -79,9 +80,10 @@ struct OpenFolder {
     std::string relativePath;
 };
 
-std::optional<OpenFolder> openFolder(fs::UniqueFd fd, std::string relativePath) {
+std::optional<OpenFolder> openFolder(fs::UniqueFd fd, std::string relativePath,
+                                     const std::function<bool(std::string_view)>& keep = {}) {
     if (!fd) return std::nullopt;
-    auto entries = fs::listDirectoryAt(fd.get());
+    auto entries = fs::listDirectoryAt(fd.get(), keep);
     if (!entries) return std::nullopt;
     return OpenFolder{std::move(fd), std::move(*entries), 0, std::move(relativePath)};
 }
@@ -266,16 +268,20 @@ void walkNoteFiles(const std::string& libraryPath, const std::function<void(Note
 // spelling); they are tried in listing order, each one's folder depth-first before the next, which
 // is the order in which the full walk meets them.
 std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string_view relativePath) {
-    std::vector<std::string_view> components;
+    std::vector<text::CaselessMatch> components;
     for (std::size_t at = 0;;) {
         const std::size_t slash = relativePath.find('/', at);
-        components.push_back(relativePath.substr(at, slash == std::string_view::npos ? slash : slash - at));
+        components.emplace_back(relativePath.substr(at, slash == std::string_view::npos ? slash : slash - at));
         if (slash == std::string_view::npos) break;
         at = slash + 1;
     }
     // As in the walk, one open folder per level on a stack of our own: the path has no length limit.
     std::vector<OpenFolder> stack;
-    auto root = openFolder(fs::openDirectory(libraryPath), "");
+    // A level keeps only the entries that match its component: a folder of thousands holds one or two.
+    const auto matching = [&](std::size_t level) {
+        return [&components, level](std::string_view name) { return components[level].matches(name); };
+    };
+    auto root = openFolder(fs::openDirectory(libraryPath), "", matching(0));
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
     stack.push_back(std::move(*root));
     while (!stack.empty()) {
@@ -286,12 +292,12 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
             continue;
         }
         const fs::DirectoryEntry& entry = folder.entries[folder.next++];
-        if (!text::caseInsensitiveEqual(entry.name, components[level])) continue;
         std::string path = folder.relativePath.empty() ? entry.name : folder.relativePath + "/" + entry.name;
         if (level + 1 == components.size()) {
             if (auto note = admitNote(folder.fd.get(), entry, path)) return note;
         } else if (entersFolder(entry, level == 0)) {
-            auto inner = openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), std::move(path));
+            auto inner = openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), std::move(path),
+                                    matching(level + 1));
             if (inner) stack.push_back(std::move(*inner)); // `folder` and `entry` are stale from here on
         }
     }

@@ -112,20 +112,20 @@ Json VorloMCPServer::listNotes(const Json& arguments) const {
     std::size_t total = 0;
     std::string scratch;
 
-    // The folder is known from the path alone, so a note in another folder is never even read.
+    // Each note's folder and tags are held against the wanted ones, whose comparison keys are made
+    // once. The folder is known from the path alone, so a note in another folder is never even read.
+    std::optional<text::CaselessMatch> wantedTag, wantedFolder;
+    if (tag) wantedTag.emplace(*tag);
+    if (folder) wantedFolder.emplace(*folder);
     library::PathFilter inFolder;
-    if (folder)
-        inFolder = [&](std::string_view path) {
-            return text::caseInsensitiveEqual(library::folderOf(path), *folder);
-        };
+    if (wantedFolder)
+        inFolder = [&](std::string_view path) { return wantedFolder->matches(library::folderOf(path)); };
     library::walkNoteFiles(
         libraryURL_,
         [&](library::NoteFile&& file) {
             const std::size_t position = total;
             const NoteView view(file.bytes, scratch);
-            if (tag && !view.anyTag([&](const std::string& noteTag) {
-                    return text::caseInsensitiveEqual(noteTag, *tag);
-                }))
+            if (wantedTag && !view.anyTag([&](const std::string& noteTag) { return wantedTag->matches(noteTag); }))
                 return;
             ++total;
             Entry entry{library::listingDate(view.parts().modified, file.modified), {}, position, {}};

@@ -38,7 +38,8 @@ EntryKind kindOfEntry(int directoryFd, const dirent& entry) {
 
 } // namespace
 
-std::optional<std::vector<DirectoryEntry>> listDirectoryAt(int directoryFd) {
+std::optional<std::vector<DirectoryEntry>> listDirectoryAt(int directoryFd,
+                                                           const std::function<bool(std::string_view name)>& keep) {
     // A fresh open of "." has its own position, so the caller's descriptor is left as it was and
     // can go on serving openat for the entries listed here.
     UniqueFd own(::openat(directoryFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -56,6 +57,7 @@ std::optional<std::vector<DirectoryEntry>> listDirectoryAt(int directoryFd) {
             break;
         }
         if (isHiddenName(entry->d_name)) continue; // also "." and ".."
+        if (keep && !keep(entry->d_name)) continue;
         entries->push_back(DirectoryEntry{entry->d_name, kindOfEntry(directoryFd, *entry)});
     }
     ::closedir(directory);

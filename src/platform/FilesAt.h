@@ -4,7 +4,9 @@
 
 #include "platform/Files.h"
 
+#include <functional>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace vorlo::fs {
@@ -13,7 +15,9 @@ namespace vorlo::fs {
 // gives. A kind comes from the listing itself, or from the entry (a final link not followed) where the
 // file system gives none; an entry that cannot be examined is Other. Absent when the folder cannot be
 // read. The descriptor stays open and is not moved.
-std::optional<std::vector<DirectoryEntry>> listDirectoryAt(int directoryFd);
+// With `keep`, only the entries whose names it accepts are examined and kept.
+std::optional<std::vector<DirectoryEntry>> listDirectoryAt(
+    int directoryFd, const std::function<bool(std::string_view name)>& keep = {});
 
 // Status of `name` in the open folder, a final link not followed; absent when it cannot be examined.
 std::optional<FileStatus> linkStatusAt(int directoryFd, const char* name);

@@ -755,6 +755,34 @@ bool caseInsensitiveEqual(std::string_view a, std::string_view b) {
     return caselessKey(a) == caselessKey(b);
 }
 
+CaselessMatch::CaselessMatch(std::string_view text)
+    : key_(isAscii(text) ? std::string(text) : caselessKey(text)) {
+    if (isAscii(key_))
+        for (char& c : key_) c = lowerAscii(c);
+}
+
+bool CaselessMatch::matches(std::string_view other) const {
+    // The key of ASCII text is the text lowered.
+    if (isAscii(other)) {
+        if (other.size() != key_.size()) return false;
+        for (std::size_t i = 0; i < other.size(); ++i)
+            if (lowerAscii(other[i]) != key_[i]) return false;
+        return true;
+    }
+    // Decomposition and case folding keep every ASCII character where it stands among the others,
+    // lowered, and reordering moves only marks: the ASCII of `other`, lowered, must appear in this
+    // order in its key, and so in ours if the keys are equal.
+    std::size_t at = 0;
+    for (const char c : other) {
+        if (static_cast<unsigned char>(c) >= 0x80) continue;
+        const char lowered = lowerAscii(c);
+        while (at < key_.size() && key_[at] != lowered) ++at;
+        if (at == key_.size()) return false;
+        ++at;
+    }
+    return caselessKey(other) == key_;
+}
+
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
     // Opening a collator builds its tailoring, far too slow to repeat for every comparison of a
     // sort; the locale is fixed at start-up, so one collator serves the whole process.

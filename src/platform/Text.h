@@ -85,6 +85,18 @@ std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std:
 // Equality that ignores case and treats canonically equivalent spellings alike, whatever the locale.
 bool caseInsensitiveEqual(std::string_view a, std::string_view b);
 
+// caseInsensitiveEqual of many texts against one, as when a folder's names are held against a
+// path's component: the one's comparison key is made once, and most texts that differ are told
+// apart without ICU.
+class CaselessMatch {
+public:
+    explicit CaselessMatch(std::string_view text);
+    bool matches(std::string_view other) const;
+
+private:
+    std::string key_;
+};
+
 // Collation of the current locale, ignoring case and keeping accents: <0, 0 or >0.
 int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b);
 

@@ -334,7 +334,34 @@ TEST(TextComparison, CaseInsensitiveEqualityHonoursCanonicalEquivalence) {
         {"q\u0307\u0323", "Q\u0323\u0307", true}, // marks in either canonical order
         {"", "", true},
     };
-    for (const Case& c : cases) EXPECT_EQ(caseInsensitiveEqual(c.a, c.b), c.equal) << c.a << " / " << c.b;
+    for (const Case& c : cases) {
+        EXPECT_EQ(caseInsensitiveEqual(c.a, c.b), c.equal) << c.a << " / " << c.b;
+        EXPECT_EQ(CaselessMatch(c.a).matches(c.b), c.equal) << c.a << " / " << c.b;
+        EXPECT_EQ(CaselessMatch(c.b).matches(c.a), c.equal) << c.b << " / " << c.a;
+    }
+}
+
+// The matcher's shortcuts against the plain comparison, on names built from pieces that fold to
+// ASCII, grow, decompose or carry marks in either order.
+TEST(TextComparison, CaselessMatchAgreesWithCaseInsensitiveEquality) {
+    const char* pieces[] = {"a",      "A",      "e",      "E",      "\u00e9", "\u00c9", "\u0301", "k",
+                            "K",      "\u212a", "s",      "S",      "ss",     "\u00df", "\u1e9e", "fi",
+                            "\ufb01", "i",      "I",      "\u0130", "\u0131", " ",      "\u0307", "\u0323",
+                            "\u4e2d", "\u212b", "\u00e5", "."};
+    std::mt19937 random(7);
+    const auto name = [&] {
+        std::string text;
+        for (int n = static_cast<int>(random() % 5); n > 0; --n) text += pieces[random() % std::size(pieces)];
+        return text;
+    };
+    int equal = 0;
+    for (int round = 0; round < 20000; ++round) {
+        const std::string a = name(), b = name();
+        const bool expected = caseInsensitiveEqual(a, b);
+        equal += expected;
+        ASSERT_EQ(CaselessMatch(a).matches(b), expected) << a << " / " << b;
+    }
+    EXPECT_GT(equal, 200); // the pairs that match are many enough to mean something
 }
 
 TEST(TextComparison, CollationIgnoresCaseAndKeepsAccents) {
