@@ -129,11 +129,19 @@ void MCPMutationLock::acquire() {
         if (const auto lock = locks_->makeChild(kLockName, nullptr)) {
             // The record arrives by rename, so a waiter finds a whole record or none.
             if (lock->replaceFile(kOwnerName, record, 0600) == 0) {
-                acquired_ = true;
-                return;
+                // A waiter that judged the lock before the record arrived may have moved the folder
+                // aside meanwhile, and the record then went with it: the lock is ours only if the
+                // folder at the lock's name is still the one made here. (Its inode cannot have gone
+                // to another folder while it is held open.)
+                if (locks_->holds(kLockName, *lock)) {
+                    acquired_ = true;
+                    return;
+                }
+            } else if (locks_->holds(kLockName, *lock)) {
+                // A lock without a record would stall everyone for two seconds; take it away again,
+                // but only if it is still the folder made here and not one that someone else made since.
+                locks_->removeTree(kLockName);
             }
-            // A lock without a record would stall everyone for two seconds; take it away again.
-            locks_->removeTree(kLockName);
         }
         // Every failed attempt is treated alike, whatever its cause: only the state on disk counts.
         if (recoverAbandonedLockIfNeeded()) continue;
@@ -150,6 +158,9 @@ bool MCPMutationLock::recoverAbandonedLockIfNeeded() noexcept {
         if (!locks.contains(kLockName)) return true;
 
         const LockView judged = viewLock(locks);
+        // Released between the look above and this one: the lock is gone, whatever takes its name
+        // next is young, and judging a name without a date as old would move a fresh lock aside.
+        if (!judged.lockDate) return true;
         const auto record =
             judged.recordBytes ? MCPMutationLockOwner::decode(*judged.recordBytes) : std::nullopt;
         // The record's file date outranks the date written inside it: the file system tells when
@@ -161,9 +172,8 @@ bool MCPMutationLock::recoverAbandonedLockIfNeeded() noexcept {
             reference = record->createdAt;
         else if (judged.lockDate)
             reference = *judged.lockDate;
-        // In floating point: the distant past lies so far back that the difference of the two
-        // integer times would overflow. A lock that vanished between the look above and the dates
-        // has no date at all, and it must come out as old, not as a time in the future.
+        // In floating point: a record may claim a date in the year 1, so far back that the
+        // difference of the two integer times would overflow.
         const double age = std::chrono::duration<double>(currentTime().time_since_epoch()).count() -
                            std::chrono::duration<double>(reference.time_since_epoch()).count();
 

@@ -168,6 +168,13 @@ std::optional<FileStatus> Folder::status(std::string_view name, int* errorNumber
     return result;
 }
 
+bool Folder::holds(std::string_view name, const Folder& folder) const {
+    const std::string entry(name);
+    struct stat here, there;
+    return ::fstatat(fd_.get(), entry.c_str(), &here, AT_SYMLINK_NOFOLLOW) == 0 &&
+           ::fstat(folder.fd_.get(), &there) == 0 && here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+}
+
 std::optional<FileContents> Folder::readFile(std::string_view name, std::uint64_t maximumBytes,
                                              int* errorNumber) const {
     const std::string entry(name);

@@ -36,6 +36,8 @@ public:
     // The entry `name` itself, a link not followed; absent when it cannot be examined.
     std::optional<FileStatus> status(std::string_view name, int* errorNumber = nullptr) const;
     bool contains(std::string_view name) const { return status(name).has_value(); }
+    // Whether the entry `name` in this folder is `folder` itself, and not another that took its name.
+    bool holds(std::string_view name, const Folder& folder) const;
     // As `readRegularFile`, for `name` in this folder.
     std::optional<FileContents> readFile(std::string_view name, std::uint64_t maximumBytes,
                                          int* errorNumber = nullptr) const;

@@ -73,9 +73,12 @@ std::optional<Fault> intercept(Call call, Describe describe) {
 
 Call kindOfOpen(int flags) { return (flags & O_DIRECTORY) != 0 ? Call::OpenFolder : Call::Open; }
 
-// A planned failure: errno set, nothing done. (A short write is handled by `write` itself.)
+// A planned failure: errno set, nothing done. (A short write is handled by `write` itself.) The
+// planned step of someone else runs first, outside the seam's lock, since it may well make calls.
 bool failsWith(const std::optional<Fault>& fault) {
-    if (!fault || fault->shortWrite) return false;
+    if (!fault) return false;
+    if (fault->before) fault->before();
+    if (fault->shortWrite || fault->errorNumber == 0) return false;
     errno = fault->errorNumber;
     return true;
 }

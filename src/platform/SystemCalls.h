@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -45,11 +46,14 @@ struct TracedCall {
 
 // Makes call number `call` (counted from 1 among all the calls above while armed) fail with
 // `errorNumber`, without reaching the system. A short write instead passes the first half of the bytes
-// (at least one) to the system and returns that count.
+// (at least one) to the system and returns that count. `before`, when given, runs just before that
+// call, which then goes ahead unless it is to fail: how a test puts another process's step at an
+// exact point of this one's.
 struct Fault {
     std::uint64_t call = 0;
     int errorNumber = 0;
     bool shortWrite = false;
+    std::function<void()> before = {};
 };
 
 // Arms the seam for the lifetime of the object: every call is traced and the faults are injected.

@@ -3,6 +3,7 @@
 #include "mutation/MutationMarker.h"
 #include "platform/Errors.h"
 #include "platform/Process.h"
+#include "platform/SystemCalls.h"
 #include "support/TempLibrary.h"
 #include "tools/Limits.h"
 
@@ -190,6 +191,45 @@ TEST(MutationLock, PrivateFolderThatIsALinkIsRefusedNotFollowed) {
         EXPECT_FALSE(lock.acquired());
         EXPECT_EQ(std::distance(stdfs::directory_iterator(library.root() + "/outside"), stdfs::directory_iterator()), 1);
     }
+}
+
+// A waiter that judged the lock in the instant between its creation and its record may move it aside
+// and take the name. The record then lands in the folder moved aside, and the lock is not held: the
+// attempt counts as failed, and the lock is taken properly once the other owner's is judged in turn.
+TEST(MutationLock, ALockMovedAsideBeforeItsRecordArrivedIsNotHeld) {
+    TempLibrary library;
+    const std::string locks = library.path("Vorlo Data/Locks");
+    const auto acquireAndRelease = [&] {
+        MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
+        lock.acquire();
+        lock.release();
+    };
+    acquireAndRelease(); // the private folders exist from here on, so every acquisition runs alike
+    std::uint64_t recordMove = 0;
+    {
+        const sys::FaultInjection tracing;
+        acquireAndRelease();
+        const auto calls = tracing.calls();
+        for (std::size_t i = 0; i < calls.size() && recordMove == 0; ++i)
+            if (calls[i].call == sys::Call::Rename && calls[i].path.ends_with("/Owner.json")) recordMove = i + 1;
+    }
+    ASSERT_NE(recordMove, 0u);
+
+    // The other owner's process is gone, so its lock is judged abandoned at once.
+    const MCPMutationLockOwner other{Uuid::random(), 2147483647, process::hostName(), std::nullopt, currentTime()};
+    const sys::FaultInjection takeover({{recordMove, 0, false, [&] {
+                                             stdfs::rename(locks + "/Library Mutation.lock", locks + "/Moved");
+                                             stdfs::create_directory(locks + "/Library Mutation.lock");
+                                             testing::writeFile(locks + "/Library Mutation.lock/Owner.json",
+                                                                other.encode());
+                                         }}});
+    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
+    lock.acquire();
+    EXPECT_EQ(takeover.faultsInjected(), 1u);
+    const auto record = MCPMutationLockOwner::decode(testing::readFile(lock.lockPath() + "/Owner.json"));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->token, lock.owner().token) << "acquire returned while another owner's lock stood";
+    lock.release();
 }
 
 } // namespace
