@@ -55,10 +55,11 @@ clean:
 
 # The libFuzzer targets of tests/fuzz, built with clang, AddressSanitizer and UBSan, each run for
 # FUZZ_SECONDS (or FUZZ_RUNS inputs, if set, whichever comes first) from its seed corpus, one after
-# another. Only this target needs clang.
+# another, mutating inputs up to FUZZ_MAX_LEN bytes (128 KiB unless set). Only this target needs clang.
 FUZZ_DIR     ?= build-fuzz
 FUZZ_SECONDS ?= 300
 FUZZ_RUNS    ?=
+FUZZ_MAX_LEN ?=
 FUZZ_TARGETS ?= line_handler note_parser paths json_string render_parse
 
 .PHONY: fuzz
@@ -66,4 +67,4 @@ fuzz: deps
 	@tests/fuzz/install-deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORLO_FUZZ=ON -DVORLO_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(FUZZ_DIR) -j $(JOBS) --target $(addprefix fuzz-,$(FUZZ_TARGETS))
-	FUZZ_RUNS=$(FUZZ_RUNS) tests/fuzz/run $(FUZZ_DIR) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+	FUZZ_RUNS=$(FUZZ_RUNS) FUZZ_MAX_LEN=$(FUZZ_MAX_LEN) tests/fuzz/run $(FUZZ_DIR) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
