@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace vorlo::stdio {
@@ -26,6 +27,30 @@ void writeAll(int fd, std::string_view bytes) {
             return;
         }
         bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+}
+
+void writeLine(int fd, std::string_view line) {
+    static const char kNewline = '\n';
+    iovec parts[2] = {{const_cast<char*>(line.data()), line.size()}, {const_cast<char*>(&kNewline), 1}};
+    iovec* next = parts;
+    int left = 2;
+    while (left > 0) {
+        const ssize_t n = ::writev(fd, next, left);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return;
+        }
+        auto written = static_cast<std::size_t>(n);
+        while (left > 0 && written >= next->iov_len) {
+            written -= next->iov_len;
+            ++next;
+            --left;
+        }
+        if (left > 0) {
+            next->iov_base = static_cast<char*>(next->iov_base) + written;
+            next->iov_len -= written;
+        }
     }
 }
 

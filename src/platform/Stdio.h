@@ -19,6 +19,11 @@ std::size_t readAvailable(int fd, std::string& buffer);
 // the output is lost, and the process ends when its input ends.
 void writeAll(int fd, std::string_view bytes);
 
+// Writes `line` and a line feed, as one write where the pipe takes it all: the reader of a
+// line-delimited stream wakes once per message, not once for the text and again for its end.
+// Short writes are retried like writeAll's.
+void writeLine(int fd, std::string_view line);
+
 // A closed pipe must not kill the process with SIGPIPE in the middle of a write.
 void ignoreBrokenPipes();
 

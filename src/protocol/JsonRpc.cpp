@@ -25,8 +25,7 @@ std::optional<std::string> writeError(const Json& id, int code, std::string_view
 }
 
 void writeMessage(int fd, std::string_view line) {
-    stdio::writeAll(fd, line);
-    stdio::writeAll(fd, "\n");
+    stdio::writeLine(fd, line);
 }
 
 } // namespace protocol

@@ -109,15 +109,21 @@ TEST(LockRecovery, ClearsAbandonedLocksAndWaitsForHeldOnes) {
          [&](const TempLibrary& l) { l.write(kLock, "stray"); }, false},
     };
 
-    // The rows run at once, each server on its own library, so the waits overlap.
+    // The rows run at once, each server on its own library, so the waits overlap. The locks are
+    // made once every server answers, since starting a dozen servers of a slow build takes long
+    // enough to age a lock that should be young; a ping reads nothing of the library.
     std::vector<std::unique_ptr<TempLibrary>> libraries;
     std::vector<std::unique_ptr<ServerProcess>> servers;
     std::vector<std::string> crafted;
-    for (const auto& row : rows) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
         libraries.push_back(std::make_unique<TempLibrary>());
-        row.craft(*libraries.back());
-        crafted.push_back(libraries.back()->exists(kOwner) ? libraries.back()->read(kOwner) : "");
         servers.push_back(std::make_unique<ServerProcess>(libraries.back()->preferences()));
+    }
+    for (auto& server : servers)
+        server->request({{"jsonrpc", "2.0"}, {"id", 0}, {"method", "ping"}});
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        rows[i].craft(*libraries[i]);
+        crafted.push_back(libraries[i]->exists(kOwner) ? libraries[i]->read(kOwner) : "");
     }
     const auto start = Clock::now();
     for (auto& server : servers)
