@@ -14,19 +14,6 @@
 namespace vorlo::fuzz {
 namespace {
 
-std::string normalisedLineEnds(std::string_view text) {
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\r') {
-            out += '\n';
-            if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-        } else {
-            out += text[i];
-        }
-    }
-    return out;
-}
-
 bool isCanonicalUuid(std::string_view id) {
     if (id.size() != 36) return false;
     for (std::size_t i = 0; i < id.size(); ++i) {

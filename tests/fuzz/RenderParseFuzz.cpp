@@ -43,19 +43,6 @@ private:
     std::string_view rest_;
 };
 
-std::string normalisedLineEnds(std::string_view text) {
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\r') {
-            out += '\n';
-            if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-        } else {
-            out += text[i];
-        }
-    }
-    return out;
-}
-
 } // namespace
 
 int fuzzRenderParse(const std::uint8_t* data, std::size_t size) {
