@@ -74,11 +74,6 @@ std::optional<FileStatus> linkStatus(const std::string& path, int* errorNumber) 
     return statusFrom(status);
 }
 
-bool exists(const std::string& path) {
-    struct stat status;
-    return ::lstat(path.c_str(), &status) == 0;
-}
-
 // O_NOFOLLOW refuses a link and O_NONBLOCK keeps a FIFO from blocking the open; fstat then judges
 // the file actually opened, not whatever stood at the name a moment earlier.
 static UniqueFd openForReading(int directoryFd, const char* name, int* errorNumber) {

@@ -47,7 +47,6 @@ struct FileStatus {
 // Status of the entry itself (a final symbolic link is not followed). Absent when the entry cannot
 // be examined; `errorNumber`, when given, receives errno.
 std::optional<FileStatus> linkStatus(const std::string& path, int* errorNumber = nullptr);
-bool exists(const std::string& path);
 
 // Reads a whole regular file without following a final link or blocking on a FIFO. Absent when the
 // entry is no regular file, holds more than `maximumBytes`, or cannot be read; `errorNumber`
