@@ -13,7 +13,8 @@
 
 namespace vorlo::testing {
 
-// VORLO_LONG_TESTS=1 asks the stress tests for their full size; without it they run a smaller one.
+// VORLO_LONG_TESTS=1 runs the stress tests longer than `make test` does, to search further for rare
+// interleavings.
 inline bool longTests() {
     const char* value = std::getenv("VORLO_LONG_TESTS");
     return value != nullptr && std::string_view(value) == "1";
