@@ -17,7 +17,7 @@ int main() {
     } catch (const std::exception& error) {
         // Start-up failures and the input limit end the process; every other failure was
         // answered on standard output.
-        stdio::writeAll(stdio::kError, std::string("Vorlo MCP: ") + error.what() + "\n");
+        stdio::writeLine(stdio::kError, std::string("Vorlo MCP: ") + error.what());
         return 2;
     }
     return 0;

@@ -19,17 +19,6 @@ std::size_t readAvailable(int fd, std::string& buffer) {
     }
 }
 
-void writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(n));
-    }
-}
-
 void writeLine(int fd, std::string_view line) {
     static const char kNewline = '\n';
     iovec parts[2] = {{const_cast<char*>(line.data()), line.size()}, {const_cast<char*>(&kNewline), 1}};
