@@ -17,39 +17,31 @@ const executable =
   process.env.VORLO_MCP_EXECUTABLE ?? join(dirname(fileURLToPath(import.meta.url)), '..', '..', 'build', 'vorlo-mcp');
 
 const noteId = '3C9A1B2D-4E5F-4A6B-8C7D-9E0F1A2B3C4D';
+const meeting = 'Work/Budget meeting.md';
 // A 1x1 PNG, a plain text file and a (tiny) PDF: one attachment for each form of reply.
-const png = Buffer.from(
-  'iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR4nGP4z8DwHwAFAAH/iZk9HQAAAABJRU5ErkJggg==',
-  'base64',
-);
-const agenda = 'Agenda\n1. Budget\n2. Hiring — décisions\n';
-const pdf = Buffer.from('%PDF-1.4\n%\xe2\xe3\xcf\xd3\n1 0 obj<<>>endobj\ntrailer<<>>\n%%EOF\n', 'latin1');
-
-const meetingNote = `---
-id: ${noteId}
-title: "Budget meeting"
-created: 2026-03-02T09:00:00Z
-modified: 2026-03-02T10:30:00Z
-tags: ["work"]
-pinned: false
-archived: false
----
-We agreed on the budget for the spring release. #work/decisions
-`;
+const attachments = {
+  'whiteboard.png': Buffer.from(
+    'iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR4nGP4z8DwHwAFAAH/iZk9HQAAAABJRU5ErkJggg==',
+    'base64',
+  ),
+  'agenda.txt': Buffer.from('Agenda\n1. Budget\n2. Hiring — décisions\n'),
+  'Quarterly report.pdf': Buffer.from('%PDF-1.4\n%\xe2\xe3\xcf\xd3\n1 0 obj<<>>endobj\ntrailer<<>>\n%%EOF\n', 'latin1'),
+};
 
 function makeLibrary() {
   const root = mkdtempSync(join(tmpdir(), 'vorlo-client-'));
   const library = join(root, 'Library');
-  const attachments = join(library, 'Vorlo Data', 'Attachments', noteId);
-  mkdirSync(join(library, 'Work'), { recursive: true });
-  mkdirSync(join(library, 'Recipes'), { recursive: true });
-  mkdirSync(attachments, { recursive: true });
-  writeFileSync(join(library, 'Work', 'Budget meeting.md'), meetingNote);
-  writeFileSync(join(library, 'Recipes', 'Crème brûlée.md'), '# Crème brûlée\nBake in a water bath. #dessert\n');
-  writeFileSync(join(library, 'Welcome.md'), 'Start here.\n');
-  writeFileSync(join(attachments, 'whiteboard.png'), png);
-  writeFileSync(join(attachments, 'agenda.txt'), agenda);
-  writeFileSync(join(attachments, 'Quarterly report.pdf'), pdf);
+  const files = {
+    [meeting]: `---\nid: ${noteId}\ntitle: "Budget meeting"\ncreated: 2026-03-02T09:00:00Z\nmodified: 2026-03-02T10:30:00Z
+tags: ["work"]\npinned: false\narchived: false\n---\nWe agreed on the budget for the spring release. #work/decisions\n`,
+    'Recipes/Crème brûlée.md': '# Crème brûlée\nBake in a water bath. #dessert\n',
+    'Welcome.md': 'Start here.\n',
+  };
+  for (const [name, bytes] of Object.entries(attachments)) files[`Vorlo Data/Attachments/${noteId}/${name}`] = bytes;
+  for (const [path, bytes] of Object.entries(files)) {
+    mkdirSync(dirname(join(library, path)), { recursive: true });
+    writeFileSync(join(library, path), bytes);
+  }
   const preferences = join(root, 'Preferences.json');
   writeFileSync(preferences, JSON.stringify({ libraryPath: library, mcp: { enabled: true, allowWriting: true } }));
   return { root, library, preferences };
@@ -65,31 +57,26 @@ function startClient(preferences) {
     stderr: 'pipe',
   });
   let standardError = '';
-  transport.stderr?.on('data', (chunk) => {
-    standardError += chunk;
-  });
+  transport.stderr?.on('data', (chunk) => (standardError += chunk));
   const client = new Client({ name: 'vorlo-client-test', version: '1.0.0' });
   const transportErrors = [];
   client.onerror = (error) => transportErrors.push(error);
   return { client, transport, transportErrors, standardError: () => standardError };
 }
 
-function metadataText(result) {
-  assert.equal(result.content[0].type, 'text');
-  return JSON.parse(result.content[0].text);
-}
-
 describe('a session through the official MCP TypeScript SDK', () => {
-  let library;
-  let session;
-  let revision;
+  let library, session, revision;
+  const call = async (name, args) => {
+    const result = await session.client.callTool({ name, arguments: args });
+    if (!result.isError) assert.deepEqual(JSON.parse(result.content[0].text), result.structuredContent);
+    return result;
+  };
 
   before(async () => {
     library = makeLibrary();
     session = startClient(library.preferences);
     await session.client.connect(session.transport);
   });
-
   after(async () => {
     await session?.client.close();
     rmSync(library.root, { recursive: true, force: true });
@@ -101,132 +88,67 @@ describe('a session through the official MCP TypeScript SDK', () => {
     await session.client.ping();
     const { tools } = await session.client.listTools();
     assert.deepEqual(
-      tools.map((tool) => tool.name),
-      ['list_notes', 'search_notes', 'read_note', 'read_attachment', 'create_note', 'update_note'],
+      tools.map((tool) => [tool.name, tool.inputSchema.type, tool.annotations?.readOnlyHint]),
+      [['list_notes', 'object', true], ['search_notes', 'object', true], ['read_note', 'object', true],
+       ['read_attachment', 'object', true], ['create_note', 'object', false], ['update_note', 'object', false]],
     );
-    for (const tool of tools) assert.equal(tool.inputSchema.type, 'object');
-    const readOnly = Object.fromEntries(tools.map((tool) => [tool.name, tool.annotations?.readOnlyHint]));
-    assert.equal(readOnly.read_note, true);
-    assert.equal(readOnly.update_note, false);
   });
 
-  it('lists notes, newest first, and filters by folder', async () => {
-    const all = await session.client.callTool({ name: 'list_notes', arguments: {} });
-    assert.equal(all.isError, false);
-    assert.deepEqual(all.structuredContent.notes.map((note) => note.path).sort(), [
-      'Recipes/Crème brûlée.md',
-      'Welcome.md',
-      'Work/Budget meeting.md',
-    ]);
-    assert.deepEqual(metadataText(all), all.structuredContent);
-
-    const work = await session.client.callTool({ name: 'list_notes', arguments: { folder: 'work' } });
+  it('lists, filters, searches with case and accents folded, and reads a note', async () => {
+    const all = await call('list_notes', {});
+    assert.deepEqual(all.structuredContent.notes.map((note) => note.path).sort(),
+                     ['Recipes/Crème brûlée.md', 'Welcome.md', meeting]);
+    const work = await call('list_notes', { folder: 'work' });
     assert.deepEqual(work.structuredContent.notes.map((note) => note.title), ['Budget meeting']);
-  });
-
-  it('searches with case and accents folded', async () => {
-    const result = await session.client.callTool({ name: 'search_notes', arguments: { query: 'CREME BRULEE' } });
-    assert.equal(result.isError, false);
-    assert.equal(result.structuredContent.total_matches, 1);
-    assert.equal(result.structuredContent.notes[0].path, 'Recipes/Crème brûlée.md');
-    assert.match(result.structuredContent.notes[0].snippet, /water bath/);
-  });
-
-  it('reads a note with its attachments and revision', async () => {
-    const result = await session.client.callTool({ name: 'read_note', arguments: { path: 'Work/Budget meeting.md' } });
-    assert.equal(result.isError, false);
-    const note = result.structuredContent;
+    const found = (await call('search_notes', { query: 'CREME BRULEE' })).structuredContent;
+    assert.equal(found.total_matches, 1);
+    assert.equal(found.notes[0].path, 'Recipes/Crème brûlée.md');
+    assert.match(found.notes[0].snippet, /water bath/);
+    const note = (await call('read_note', { path: meeting })).structuredContent;
     assert.equal(note.title, 'Budget meeting');
     assert.match(note.content, /budget for the spring release/);
     assert.match(note.revision, /^[0-9a-f]{64}$/);
-    assert.deepEqual(note.attachments.map((attachment) => attachment.name).sort(), [
-      'Quarterly report.pdf',
-      'agenda.txt',
-      'whiteboard.png',
-    ]);
+    assert.deepEqual(note.attachments.map((attachment) => attachment.name).sort(), Object.keys(attachments).sort());
     revision = note.revision;
   });
 
-  it('returns an image attachment as image content', async () => {
-    const result = await session.client.callTool({
-      name: 'read_attachment',
-      arguments: { path: 'Work/Budget meeting.md', attachment_name: 'whiteboard.png' },
-    });
-    assert.equal(result.isError, false);
-    assert.equal(result.content.length, 2);
-    assert.deepEqual(metadataText(result), result.structuredContent);
-    const [, image] = result.content;
-    assert.equal(image.type, 'image');
-    assert.equal(image.mimeType, 'image/png');
-    assert.deepEqual(Buffer.from(image.data, 'base64'), png);
+  it('returns attachments as image, text and embedded resource content', async () => {
+    const read = async (name) => (await call('read_attachment', { path: meeting, attachment_name: name })).content;
+    const [, image] = await read('whiteboard.png');
+    assert.deepEqual([image.type, image.mimeType], ['image', 'image/png']);
+    assert.deepEqual(Buffer.from(image.data, 'base64'), attachments['whiteboard.png']);
+    assert.deepEqual((await read('agenda.txt'))[1], { type: 'text', text: attachments['agenda.txt'].toString() });
+    const [, { type, resource }] = await read('Quarterly report.pdf');
+    assert.deepEqual([type, resource.uri, resource.mimeType],
+                     ['resource', `vorlo://attachment/${noteId}/Quarterly report.pdf`, 'application/pdf']);
+    assert.deepEqual(Buffer.from(resource.blob, 'base64'), attachments['Quarterly report.pdf']);
   });
 
-  it('returns a text attachment as text content', async () => {
-    const result = await session.client.callTool({
-      name: 'read_attachment',
-      arguments: { path: 'Work/Budget meeting.md', attachment_name: 'agenda.txt' },
-    });
-    assert.equal(result.isError, false);
-    assert.deepEqual(result.content[1], { type: 'text', text: agenda });
-    assert.equal(result.structuredContent.size_bytes, Buffer.byteLength(agenda));
-  });
+  it('creates a note, updates one at the revision it read, and refuses the stale revision', async () => {
+    const created = (await call('create_note', {
+      title: 'Packing list', folder: 'Travel', content: '- passport\n- adapter #travel', tags: ['lists'],
+    })).structuredContent;
+    assert.equal(created.created, true);
+    assert.deepEqual([created.note.path, created.note.tags], ['Travel/Packing list.md', ['lists', 'travel']]);
+    assert.match(readFileSync(join(library.library, created.note.path), 'utf8'), /- passport\n- adapter #travel$/);
 
-  it('returns any other attachment as an embedded resource', async () => {
-    const result = await session.client.callTool({
-      name: 'read_attachment',
-      arguments: { path: 'Work/Budget meeting.md', attachment_name: 'Quarterly report.pdf' },
-    });
-    assert.equal(result.isError, false);
-    const [, embedded] = result.content;
-    assert.equal(embedded.type, 'resource');
-    assert.equal(embedded.resource.uri, `vorlo://attachment/${noteId}/Quarterly report.pdf`);
-    assert.equal(embedded.resource.mimeType, 'application/pdf');
-    assert.deepEqual(Buffer.from(embedded.resource.blob, 'base64'), pdf);
-  });
-
-  it('creates a note', async () => {
-    const result = await session.client.callTool({
-      name: 'create_note',
-      arguments: { title: 'Packing list', folder: 'Travel', content: '- passport\n- adapter #travel', tags: ['lists'] },
-    });
-    assert.equal(result.isError, false);
-    assert.equal(result.structuredContent.created, true);
-    const note = result.structuredContent.note;
-    assert.equal(note.path, 'Travel/Packing list.md');
-    assert.deepEqual(note.tags, ['lists', 'travel']);
-    assert.match(readFileSync(join(library.library, note.path), 'utf8'), /- passport\n- adapter #travel$/);
-  });
-
-  it('updates a note at the revision it read, and refuses the stale revision afterwards', async () => {
-    const file = join(library.library, 'Work', 'Budget meeting.md');
-    const updated = await session.client.callTool({
-      name: 'update_note',
-      arguments: { path: 'Work/Budget meeting.md', expected_revision: revision, content: 'Budget approved.', pinned: true },
-    });
-    assert.equal(updated.isError, false);
+    const file = join(library.library, meeting);
+    const updated = await call('update_note', { path: meeting, expected_revision: revision, content: 'Budget approved.', pinned: true });
     assert.equal(updated.structuredContent.updated, true);
     assert.notEqual(updated.structuredContent.note.revision, revision);
     const afterUpdate = readFileSync(file, 'utf8');
-    assert.match(afterUpdate, /\npinned: true\n/);
-    assert.match(afterUpdate, /\n---\nBudget approved\.$/);
-
-    const stale = await session.client.callTool({
-      name: 'update_note',
-      arguments: { path: 'Work/Budget meeting.md', expected_revision: revision, content: 'An older draft.' },
-    });
+    assert.match(afterUpdate, /\npinned: true\n[^]*\n---\nBudget approved\.$/);
+    const stale = await call('update_note', { path: meeting, expected_revision: revision, content: 'An older draft.' });
     assert.equal(stale.isError, true);
     assert.match(stale.content[0].text, /changed after it was read/);
     assert.equal(readFileSync(file, 'utf8'), afterUpdate);
   });
 
-  it('raises an MCP error for an unknown tool', async () => {
+  it('raises an MCP error for an unknown tool, and kept the transport clean', async () => {
     await assert.rejects(
       session.client.callTool({ name: 'delete_everything', arguments: {} }),
       (error) => error instanceof McpError && error.code === ErrorCode.InvalidParams,
     );
-  });
-
-  it('kept the transport clean: no unparsable line and nothing on standard error', () => {
     assert.deepEqual(session.transportErrors, []);
     assert.equal(session.standardError(), '');
   });
@@ -238,15 +160,11 @@ describe('a server that may not start', () => {
     try {
       writeFileSync(library.preferences, JSON.stringify({ libraryPath: library.library, mcp: { enabled: false } }));
       const session = startClient(library.preferences);
-      const exited = new Promise((resolve) => {
-        session.transport.onclose = resolve;
-      });
+      const exited = new Promise((resolve) => (session.transport.onclose = resolve));
       await assert.rejects(session.client.connect(session.transport));
       await exited;
-      assert.equal(
-        session.standardError(),
-        'Vorlo MCP: MCP access is disabled. Enable it in Vorlo Settings > MCP before connecting.\n',
-      );
+      assert.equal(session.standardError(),
+                   'Vorlo MCP: MCP access is disabled. Enable it in Vorlo Settings > MCP before connecting.\n');
     } finally {
       rmSync(library.root, { recursive: true, force: true });
     }
