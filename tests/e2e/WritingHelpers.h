@@ -23,8 +23,8 @@ inline bool longTests() {
 // The text of a failed tool result; records a failure when the call succeeded.
 inline std::string errorText(const Json& result) {
     EXPECT_EQ(result.value("isError", false), true) << result.dump();
-    if (!result.contains("content") || !result["content"].is_array() || result["content"].empty()) return "";
-    return result["content"][0].value("text", "");
+    const Json& content = result.contains("content") ? result["content"] : Json::array();
+    return content.is_array() && !content.empty() ? content[0].value("text", "") : "";
 }
 
 // The structured result of a successful tool call; records a failure otherwise.

@@ -15,33 +15,26 @@ class IoMode {
   public:
     explicit IoMode(const std::string& mode) {
         if (const char* previous = std::getenv("VORLO_MCP_IO")) previous_ = previous;
-        if (mode.empty() || mode == "one core")
-            ::unsetenv("VORLO_MCP_IO");
-        else
-            ::setenv("VORLO_MCP_IO", mode.c_str(), 1);
-        if (mode == "one core" && ::sched_getaffinity(0, sizeof mask_, &mask_) == 0) {
-            cpu_set_t one;
-            CPU_ZERO(&one);
-            for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-                if (CPU_ISSET(cpu, &mask_)) {
-                    CPU_SET(cpu, &one);
-                    break;
-                }
-            }
-            pinned_ = ::sched_setaffinity(0, sizeof one, &one) == 0;
-        }
+        setVariable(mode.empty() || mode == "one core" ? std::nullopt : std::optional(mode));
+        if (mode != "one core" || ::sched_getaffinity(0, sizeof mask_, &mask_) != 0) return;
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++cpu)
+            if (CPU_ISSET(cpu, &mask_)) CPU_SET(cpu, &one);
+        pinned_ = ::sched_setaffinity(0, sizeof one, &one) == 0;
     }
     ~IoMode() {
         if (pinned_) ::sched_setaffinity(0, sizeof mask_, &mask_);
-        if (previous_)
-            ::setenv("VORLO_MCP_IO", previous_->c_str(), 1);
-        else
-            ::unsetenv("VORLO_MCP_IO");
+        setVariable(previous_);
     }
     IoMode(const IoMode&) = delete;
     IoMode& operator=(const IoMode&) = delete;
 
   private:
+    static void setVariable(const std::optional<std::string>& value) {
+        value ? ::setenv("VORLO_MCP_IO", value->c_str(), 1) : ::unsetenv("VORLO_MCP_IO");
+    }
+
     std::optional<std::string> previous_;
     cpu_set_t mask_{};
     bool pinned_ = false;

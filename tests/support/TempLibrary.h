@@ -5,16 +5,51 @@
 #include "platform/Json.h"
 #include "protocol/VorloMCPServer.h"
 
-#include <string>
-#include <string_view>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace vorlo::testing {
 
+// Reads and writes whole files by absolute path.
+inline std::string readFile(const std::string& path) {
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
+}
+inline void writeFile(const std::string& path, std::string_view bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())))
+        throw std::runtime_error("cannot write " + path);
+}
+
 class TempLibrary {
-public:
+  public:
     // Makes <tmp>/vorlo-test-XXXXXX/Library and Preferences.json with access and writing on.
-    TempLibrary();
-    ~TempLibrary();
+    TempLibrary() {
+        const char* base = std::getenv("TMPDIR");
+        root_ = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/vorlo-test-XXXXXX";
+        if (::mkdtemp(root_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+        library_ = root_ + "/Library";
+        preferences_ = root_ + "/Preferences.json";
+        ::mkdir(library_.c_str(), 0755);
+        writePreferences(true, true);
+    }
+    // Restores owner permissions on every folder first, so that a test's chmod 000 cannot stop removal.
+    ~TempLibrary() {
+        namespace stdfs = std::filesystem;
+        std::error_code ignored;
+        ::chmod(root_.c_str(), 0700);
+        for (auto it = stdfs::recursive_directory_iterator(
+                 root_, stdfs::directory_options::skip_permission_denied, ignored);
+             it != stdfs::recursive_directory_iterator(); it.increment(ignored))
+            if (it->is_directory(ignored) && !it->is_symlink(ignored)) ::chmod(it->path().c_str(), 0700);
+        stdfs::remove_all(root_, ignored);
+    }
     TempLibrary(const TempLibrary&) = delete;
     TempLibrary& operator=(const TempLibrary&) = delete;
 
@@ -22,34 +57,53 @@ public:
     const std::string& library() const { return library_; } // root() + "/Library"
     const std::string& preferences() const { return preferences_; }
 
-    void writePreferences(bool enabled, bool allowWriting) const;
-    void writePreferencesText(std::string_view text) const;
+    void writePreferences(bool enabled, bool allowWriting) const {
+        writePreferencesText(
+            Json{{"libraryPath", library_}, {"mcp", {{"enabled", enabled}, {"allowWriting", allowWriting}}}}
+                .dump(2));
+    }
+    void writePreferencesText(std::string_view text) const { writeFile(preferences_, text); }
 
     // Absolute path of a library-relative path.
-    std::string path(std::string_view relativePath) const;
+    std::string path(std::string_view relative) const { return (library_ + "/").append(relative); }
     // Writes a file (parents made as needed) and returns its absolute path.
-    std::string write(std::string_view relativePath, std::string_view bytes) const;
-    std::string read(std::string_view relativePath) const;
-    bool exists(std::string_view relativePath) const;
-    void makeFolder(std::string_view relativePath) const;
+    std::string write(std::string_view relativePath, std::string_view bytes) const {
+        const std::string target = path(relativePath);
+        std::filesystem::create_directories(std::filesystem::path(target).parent_path());
+        writeFile(target, bytes);
+        return target;
+    }
+    std::string read(std::string_view relativePath) const { return readFile(path(relativePath)); }
+    bool exists(std::string_view relativePath) const {
+        struct stat status;
+        return ::lstat(path(relativePath).c_str(), &status) == 0;
+    }
+    void makeFolder(std::string_view relative) const { std::filesystem::create_directories(path(relative)); }
     // A symbolic link at `relativePath` pointing at `target` (taken as given).
-    void link(std::string_view relativePath, const std::string& target) const;
+    void link(std::string_view relativePath, const std::string& target) const {
+        const std::string at = path(relativePath);
+        std::filesystem::create_directories(std::filesystem::path(at).parent_path());
+        if (::symlink(target.c_str(), at.c_str()) != 0) throw std::runtime_error("symlink failed");
+    }
     // Sets the file's modification time, seconds since the epoch.
-    void touch(std::string_view relativePath, long long secondsSinceEpoch) const;
+    void touch(std::string_view relativePath, long long secondsSinceEpoch) const {
+        const timespec time{static_cast<time_t>(secondsSinceEpoch), 0}, times[2] = {time, time};
+        if (::utimensat(AT_FDCWD, path(relativePath).c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
+            throw std::runtime_error("utimensat failed");
+    }
 
     VorloMCPServer server() const { return VorloMCPServer(library_, preferences_); }
 
     // Calls a tool in-process through the dispatch layer and returns the JSON-RPC reply.
-    Json call(std::string_view tool, const Json& arguments) const;
+    Json call(std::string_view tool, const Json& arguments) const {
+        const Json params = {{"name", tool}, {"arguments", arguments}};
+        const auto reply = server().handle(
+            Json{{"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"}, {"params", params}}.dump());
+        return reply ? Json::parse(*reply) : Json();
+    }
 
-private:
-    std::string root_;
-    std::string library_;
-    std::string preferences_;
+  private:
+    std::string root_, library_, preferences_;
 };
-
-// Reads and writes whole files by absolute path.
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, std::string_view bytes);
 
 } // namespace vorlo::testing

@@ -1,0 +1,72 @@
+// What the transcripts cannot say: sizes taken from the named limits, and an outcome that rests on
+// the order in which the file system lists a folder.
+#include "e2e/WritingHelpers.h"
+#include "platform/Errors.h"
+#include "support/ServerProcess.h"
+#include "tools/Limits.h"
+
+namespace vorlo::testing {
+namespace {
+
+// A ping padded with blanks inside its object to `length` bytes.
+std::string pingOf(std::size_t length) {
+    std::string line = R"({"jsonrpc":"2.0","id":1,"method":"ping"})";
+    return line.insert(line.size() - 1, length - line.size(), ' ');
+}
+
+TEST(Limits, InputBufferHoldsTheLongestLineWithItsLineFeedAndNoMore) {
+    TempLibrary library;
+    const auto outcome = [&](const std::string& input) {
+        const ExitResult result = runServer(input, library.preferences());
+        return std::to_string(result.status) + " " + result.standardOutput + result.standardError;
+    };
+    const std::string answered = "0 {\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{}}\n";
+    EXPECT_EQ(outcome(pingOf(kMaximumInputBufferBytes - 1) + "\n"), answered);
+    EXPECT_EQ(outcome(pingOf(kMaximumInputBufferBytes)), answered); // unterminated, handed over at the end
+    EXPECT_EQ(outcome(pingOf(kMaximumInputBufferBytes) + "\n"),
+              "2 Vorlo MCP: An MCP request exceeded Vorlo's safety limit.\n");
+}
+
+TEST(Limits, PreferencesPastTheirLimitReadAsAbsent) {
+    TempLibrary library;
+    std::string padded = R"({"libraryPath":")" + library.library() + R"(","mcp":{"enabled":true}})";
+    writeFile(library.preferences(), padded.append(kMaximumPreferencesBytes - padded.size(), ' '));
+    EXPECT_EQ(runServer("", library.preferences()).status, 0);
+    writeFile(library.preferences(), padded + " ");
+    EXPECT_EQ(runServer("", library.preferences()).standardError,
+              "Vorlo MCP: MCP access is disabled. Enable it in Vorlo Settings > MCP before connecting.\n");
+}
+
+// No request line can carry a note near its limit, so the tool's method is called directly.
+TEST(Limits, OversizedNoteLeavesOnlyTheFolderItMadeAndReleasesTheLock) {
+    TempLibrary library;
+    try {
+        library.server().createNote(
+            {{"title", "Big"}, {"folder", "New"}, {"content", std::string(kMaximumNoteBytes, 'x')}});
+        ADD_FAILURE() << "an oversized note was written";
+    } catch (const ServerError& error) {
+        EXPECT_STREQ(error.what(), "The note exceeds Vorlo's 16777216-byte limit.");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(library.path("New")));
+    EXPECT_EQ(leftovers(library), std::vector<std::string>());
+}
+
+// Whichever of two names that differ in case the scan meets first is the note that a read and an
+// update of a third spelling both find; the update must write the one whose revision it checked.
+TEST(UpdateNote, OfTwoNamesThatDifferInCaseWritesTheOneWhoseRevisionItChecked) {
+    TempLibrary library;
+    library.write("Twin.md", "upper");
+    library.write("twin.md", "lower");
+    ServerProcess server(library.preferences());
+    const Json read = succeeded(server.call("read_note", {{"path", "TWIN.md"}}));
+    const auto [chosen, other] =
+        read["content"] == "upper" ? std::pair("Twin.md", "twin.md") : std::pair("twin.md", "Twin.md");
+    succeeded(
+        server.call("update_note",
+                    {{"path", "TWIN.md"}, {"expected_revision", read["revision"]}, {"content", "changed"}}));
+    EXPECT_TRUE(library.read(chosen).ends_with("---\nchanged"));
+    EXPECT_EQ(library.read(other), read["content"] == "upper" ? "lower" : "upper");
+}
+
+} // namespace
+} // namespace vorlo::testing

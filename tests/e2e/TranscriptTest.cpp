@@ -1,0 +1,251 @@
+// Replays the sessions in tests/e2e/transcripts through the real binary. A file is a list of cases,
+// each opened by "== Name" and run in a fresh library with access and writing on. One line a step:
+//
+//   let NAME = TEXT         later lines of the file read TEXT for $NAME ($LIB and $ROOT are built in)
+//   file PATH | PATH...     files in the library holding "text";  file PATH = TEXT  one holding TEXT
+//   link PATH -> TARGET     a symbolic link;  fifo PATH;  chmod PATH MODE
+//   prefs on|off|read-only|TEXT   the preferences file;  prefs-path [PATH|unset]: the variable naming it
+//   env NAME=VALUE          one more variable for the next server's environment
+//   > LINE[ => JSON]        sends LINE; the reply must then equal JSON (with ~>, contain it)
+//   >| BYTES                sends BYTES without a line feed, and nothing may come back for 100 ms
+//   TOOL ARGS[ ! TEXT]      tools/call; the tool must fail with exactly TEXT, or else succeed and,
+//   TOOL ARGS => JSON       given JSON, its structured result must equal (~>, contain) it
+//   => JSON  /  ~> JSON     the next reply
+//   eof                     closes the server's input
+//   exit STATUS[ TEXT]      the server ends with STATUS, TEXT its stderr line, nothing left unread;
+//                           a later step starts a new server
+//   is PATH = TEXT  /  absent PATH  /  mode PATH MODE     the library after the calls
+//
+// TEXT, LINE and BYTES take \n \r \\ \xHH and \*Nc (N times c). Anywhere, {rev:PATH} is the digest of
+// a library file as it is now, and {id} {modified} {revision} are those fields of the last successful
+// call's note (or of its result when it has none). To contain: every member given is there and
+// contains what is given (null: is absent); an array contains one of its length whose elements
+// contain the given ones in order, or for objects in any order (a listing follows the file system).
+// A case ends as "exit 0" unless it says otherwise, and leaves no lock or temporary file behind.
+#include "e2e/WritingHelpers.h"
+#include "platform/Crypto.h"
+#include "platform/Time.h"
+#include "support/ServerProcess.h"
+
+#include <memory>
+
+namespace vorlo::testing {
+namespace {
+
+using Steps = std::vector<std::string>;
+
+void replaceAll(std::string& text, std::string_view from, std::string_view to) {
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+        text.replace(at, from.size(), to);
+}
+
+// `text` cut at the first `separator`: what precedes it, and what follows if it occurs.
+std::pair<std::string, std::optional<std::string>> cut(const std::string& text, std::string_view separator) {
+    const std::size_t at = text.find(separator);
+    if (at == std::string::npos) return {text, std::nullopt};
+    return {text.substr(0, at), text.substr(at + separator.size())};
+}
+
+std::string unescape(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0, digits; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out += text[i];
+        } else if (text[++i] == 'x') {
+            out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else if (text[i] == '*') {
+            const std::size_t count = std::stoul(text.substr(i + 1), &digits);
+            out.append(count, text[i += digits + 1]);
+        } else {
+            out += text[i] == 'n' ? '\n' : text[i] == 'r' ? '\r' : text[i];
+        }
+    }
+    return out;
+}
+
+bool contains(const Json& actual, const Json& expected) {
+    if (expected.is_object()) {
+        for (const auto& [key, value] : expected.items())
+            if (value.is_null() ? actual.contains(key)
+                                : !actual.contains(key) || !contains(actual[key], value))
+                return false;
+        return actual.is_object();
+    }
+    if (!expected.is_array() || !actual.is_array() || actual.size() != expected.size())
+        return actual == expected;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const auto within = [&](const Json& a) { return contains(a, expected[i]); };
+        if (expected[i].is_object() ? std::none_of(actual.begin(), actual.end(), within) : !within(actual[i]))
+            return false;
+    }
+    return true;
+}
+
+std::vector<std::pair<std::string, Steps>> loadTranscripts() {
+    std::vector<std::pair<std::string, Steps>> cases;
+    for (const auto& file : std::filesystem::directory_iterator(VORLO_SOURCE_DIR "/tests/e2e/transcripts")) {
+        std::vector<std::pair<std::string, std::string>> variables;
+        std::istringstream in(readFile(file.path()));
+        for (std::string line; std::getline(in, line);) {
+            for (const auto& [name, value] : variables)
+                replaceAll(line, "$" + name, value);
+            if (line.starts_with("== "))
+                cases.emplace_back(file.path().stem().string() + "_" + line.substr(3), Steps());
+            else if (line.starts_with("let "))
+                variables.emplace_back(line.substr(4, line.find(" = ") - 4), *cut(line, " = ").second);
+            else if (!line.empty() && line[0] != '#')
+                cases.back().second.push_back(line);
+        }
+    }
+    return cases;
+}
+
+class Session {
+  public:
+    void run(const Steps& steps) {
+        for (const std::string& step : steps) {
+            SCOPED_TRACE(step);
+            this->step(withPlaceholders(step));
+        }
+        if (!finished_ || server_) step("exit 0");
+        EXPECT_EQ(leftovers(library_), std::vector<std::string>());
+    }
+
+  private:
+    std::string withPlaceholders(std::string text) const {
+        replaceAll(text, "$LIB", library_.library());
+        replaceAll(text, "$ROOT", library_.root());
+        for (const char* field : {"id", "modified", "revision"})
+            replaceAll(text, "{" + std::string(field) + "}", last_.value(field, ""));
+        for (std::size_t at; (at = text.find("{rev:")) != std::string::npos;) {
+            const std::size_t end = text.find('}', at);
+            text.replace(at, end + 1 - at, sha256Hex(library_.read(text.substr(at + 5, end - at - 5))));
+        }
+        return text;
+    }
+
+    ServerProcess& server() {
+        if (!server_) server_ = std::make_unique<ServerProcess>(preferencesPath_, environment_);
+        return *server_;
+    }
+
+    void expect(const Json& actual, const std::string& expectation) {
+        const std::string text = expectation.substr(expectation.find(' ') + 1);
+        const Json expected = expectation.starts_with("! ") ? Json(text) : Json::parse(text);
+        EXPECT_TRUE(expectation.starts_with("~> ") ? contains(actual, expected) : actual == expected)
+            << "got " << actual << "\nnot " << expected;
+    }
+
+    Json reply() {
+        const auto line = server().readLine();
+        return line ? Json::parse(*line) : Json("no reply");
+    }
+
+    // What a tool call's expectation is matched against: the reply for a protocol error, the
+    // message of a failed call, or the structured result, which the text content must repeat.
+    Json toolOutcome(const Json& result) {
+        if (result.contains("error")) return result;
+        if (result.value("isError", false)) {
+            const Json text = result.at("content").at(0).at("text");
+            EXPECT_EQ(result, (Json{{"content", {{{"type", "text"}, {"text", text}}}}, {"isError", true}}));
+            return text;
+        }
+        const Json& structured = result["structuredContent"];
+        EXPECT_EQ(structuredText(result), structured);
+        last_ = structured.value("note", structured);
+        if (!structured.contains("note")) return structured;
+        // A write: the note it reports is the one on disk, unless an update named it in another case.
+        const std::string id = last_.value("id", ""), file = library_.path(last_.value("path", ""));
+        const auto modified = parseIso8601(last_.value("modified", ""));
+        EXPECT_TRUE(Uuid::parse(id) && Uuid::parse(id)->text() == id) << id;
+        EXPECT_TRUE(modified && std::chrono::abs(currentTime() - *modified) < std::chrono::minutes(1))
+            << last_;
+        const bool onDisk = ::access(file.c_str(), F_OK) == 0;
+        EXPECT_TRUE(onDisk || structured.contains("updated")) << file;
+        if (onDisk)
+            EXPECT_EQ(std::make_pair(last_.value("revision", ""), modeOf(file)),
+                      std::make_pair(sha256Hex(readFile(file)), 0600u));
+        return structured;
+    }
+
+    void step(const std::string& line) {
+        const auto [word, rest] = cut(line, " ");
+        const std::string argument = rest.value_or("");
+        const auto [path, text] = cut(argument, " =");
+        const auto content = [&] { return unescape(text->substr(text->empty() ? 0 : 1)); };
+        if (word == "file" && text) {
+            library_.write(path, content());
+        } else if (word == "file") {
+            for (std::string paths = argument + " | "; !paths.empty(); paths = *cut(paths, " | ").second)
+                library_.write(unescape(cut(paths, " | ").first), "text");
+        } else if (word == "link") {
+            library_.link(cut(argument, " -> ").first, *cut(argument, " -> ").second);
+        } else if (word == "fifo") {
+            ASSERT_EQ(::mkfifo(library_.path(argument).c_str(), 0600), 0);
+        } else if (word == "chmod") {
+            std::filesystem::permissions(library_.path(path),
+                                         std::filesystem::perms(std::stoul(content(), nullptr, 8)));
+        } else if (word == "mode") {
+            EXPECT_EQ(modeOf(library_.path(path)), std::stoul(content(), nullptr, 8)) << path;
+        } else if (word == "prefs" && (argument == "on" || argument == "off" || argument == "read-only")) {
+            library_.writePreferences(argument != "off", argument != "read-only");
+        } else if (word == "prefs") {
+            library_.writePreferencesText(unescape(argument));
+        } else if (word == "prefs-path") {
+            preferencesPath_ = argument == "unset" ? std::nullopt : std::optional(argument);
+        } else if (word == "env") {
+            environment_.push_back(argument);
+        } else if (word == ">" || word == ">|") {
+            const auto arrow =
+                word == ">" ? std::min(argument.rfind(" => "), argument.rfind(" ~> ")) : std::string::npos;
+            server().send(unescape(argument.substr(0, arrow)) + (word == ">" ? "\n" : ""));
+            if (word == ">|") EXPECT_EQ(server().readLine(std::chrono::milliseconds(100)), std::nullopt);
+            if (arrow != std::string::npos) expect(reply(), argument.substr(arrow + 1));
+        } else if (word == "=>" || word == "~>") {
+            expect(reply(), line);
+        } else if (word == "eof") {
+            server().closeInput();
+        } else if (word == "exit") {
+            const ExitResult result = server().finish();
+            const auto [status, message] = cut(argument, " ");
+            EXPECT_EQ(result.status, std::stoi(status));
+            EXPECT_EQ(result.standardError, message ? unescape(*message) + "\n" : "");
+            EXPECT_EQ(result.standardOutput, "");
+            server_.reset();
+            finished_ = true;
+        } else if (word == "is") {
+            EXPECT_EQ(library_.read(path), content());
+        } else if (word == "absent") {
+            EXPECT_FALSE(library_.exists(argument));
+        } else {
+            // The arguments are the shortest leading text that parses as JSON.
+            std::size_t end = argument.find('}');
+            while (end != std::string::npos && !Json::accept(argument.substr(0, end + 1)))
+                end = argument.find('}', end + 1);
+            ASSERT_NE(end, std::string::npos) << "unknown step";
+            const Json outcome = toolOutcome(server().call(word, Json::parse(argument.substr(0, end + 1))));
+            if (end + 1 < argument.size()) return expect(outcome, argument.substr(end + 2));
+            EXPECT_TRUE(outcome.is_object() && !outcome.contains("error")) << outcome;
+        }
+    }
+
+    TempLibrary library_;
+    std::optional<std::string> preferencesPath_ = library_.preferences();
+    std::vector<std::string> environment_;
+    std::unique_ptr<ServerProcess> server_;
+    bool finished_ = false;
+    Json last_ = Json::object();
+};
+
+class Transcript : public ::testing::TestWithParam<std::pair<std::string, Steps>> {};
+
+TEST_P(Transcript, Replays) {
+    Session().run(GetParam().second);
+}
+
+INSTANTIATE_TEST_SUITE_P(E2e, Transcript, ::testing::ValuesIn(loadTranscripts()),
+                         [](const auto& info) { return info.param.first; });
+
+} // namespace
+} // namespace vorlo::testing
