@@ -1,6 +1,6 @@
 // vorlo-mcp: an MCP server over standard input and output for a library of Markdown notes.
+#include "platform/Collation.h"
 #include "platform/Stdio.h"
-#include "platform/Text.h"
 #include "protocol/LineReader.h"
 #include "protocol/VorloMCPServer.h"
 

@@ -1,5 +1,5 @@
 // The test binary's entry: the same locale choice as the server's, then every test.
-#include "platform/Text.h"
+#include "platform/Collation.h"
 
 #include <gtest/gtest.h>
 

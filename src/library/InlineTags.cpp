@@ -2,7 +2,8 @@
 // every scan, and "#" is rare, so it jumps from one "#" to the next.
 #include "library/InlineTags.h"
 
-#include "platform/Text.h"
+#include "platform/CharacterSets.h"
+#include "platform/Utf8.h"
 
 #include <cstring>
 

@@ -2,9 +2,10 @@
 #include "library/NoteParser.h"
 
 #include "library/InlineTags.h"
+#include "platform/CharacterSets.h"
 #include "platform/Crypto.h"
+#include "platform/Folding.h"
 #include "platform/Json.h"
-#include "platform/Text.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,10 +2,11 @@
 // embedded resource.
 #include "library/MimeTypes.h"
 #include "platform/CaseMapping.h"
+#include "platform/Collation.h"
 #include "platform/Crypto.h"
 #include "platform/Errors.h"
 #include "platform/Files.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Limits.h"
 #include "tools/Validators.h"

@@ -1,10 +1,12 @@
 // The read_note tool and attachment discovery.
 #include "library/Summaries.h"
 #include "platform/CaseMapping.h"
+#include "platform/Characters.h"
+#include "platform/Collation.h"
 #include "platform/Errors.h"
 #include "platform/Files.h"
 #include "platform/FilesAt.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Limits.h"
 #include "tools/Validators.h"

@@ -1,8 +1,12 @@
 // Summaries, previews and snippets: what a client is told of a note, and the order of list_notes.
 #include "library/Summaries.h"
 
-#include "platform/Text.h"
+#include "platform/CharacterSets.h"
+#include "platform/Characters.h"
+#include "platform/Collation.h"
+#include "platform/Folding.h"
 #include "platform/Time.h"
+#include "platform/Utf8.h"
 #include "tools/Limits.h"
 
 namespace vorlo::library {

@@ -1,10 +1,10 @@
 // The library mutation lock: its owner record, acquisition, release and the abandonment rule.
 #include "mutation/MutationLock.h"
 
+#include "platform/Collation.h"
 #include "platform/Errors.h"
 #include "platform/Json.h"
 #include "platform/Process.h"
-#include "platform/Text.h"
 #include "tools/Limits.h"
 
 #include <cerrno>

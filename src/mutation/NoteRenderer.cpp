@@ -3,7 +3,7 @@
 
 #include "platform/Errors.h"
 #include "platform/Json.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 #include "tools/Limits.h"
 
 namespace vorlo::mutation {

@@ -1,9 +1,12 @@
 // Safe placement of new notes: the target folder, a free file name, and a write that replaces nothing.
 #include "mutation/SafePlacement.h"
 
+#include "platform/CharacterSets.h"
+#include "platform/Characters.h"
+#include "platform/Collation.h"
 #include "platform/Errors.h"
 #include "platform/Folder.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Validators.h"
 

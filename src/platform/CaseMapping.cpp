@@ -1,7 +1,7 @@
 // Lower-casing through ICU, with a fast path for ASCII names.
 #include "platform/CaseMapping.h"
 
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 
 #include <unicode/locid.h>
 #include <unicode/unistr.h>

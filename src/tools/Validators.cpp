@@ -1,8 +1,11 @@
 // Argument validators: one typed value per argument, or the exact message the client reads.
 #include "tools/Validators.h"
 
+#include "platform/CharacterSets.h"
+#include "platform/Characters.h"
+#include "platform/Collation.h"
 #include "platform/Errors.h"
-#include "platform/Text.h"
+#include "platform/Folding.h"
 #include "tools/Limits.h"
 
 #include <algorithm>

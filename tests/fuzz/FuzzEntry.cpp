@@ -3,7 +3,7 @@
 // can hold it beside the replay test.
 #ifdef VORLO_FUZZ_TARGET
 #include "fuzz/FuzzTargets.h"
-#include "platform/Text.h"
+#include "platform/Collation.h"
 
 #include <cstdio>
 #include <cstdlib>

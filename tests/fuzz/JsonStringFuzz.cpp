@@ -3,7 +3,7 @@
 // line and reads back the same, and strict UTF-8 validation agrees with the JSON parser's.
 #include "fuzz/FuzzTargets.h"
 #include "platform/Json.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 
 namespace vorlo::fuzz {
 namespace {

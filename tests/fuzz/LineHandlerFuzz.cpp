@@ -4,7 +4,7 @@
 // library is ever shown or touched.
 #include "fuzz/FuzzTargets.h"
 #include "platform/Json.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 #include "protocol/VorloMCPServer.h"
 
 #include <cstdlib>

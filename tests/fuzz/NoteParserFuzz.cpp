@@ -5,8 +5,11 @@
 #include "library/InlineTags.h"
 #include "library/NoteParser.h"
 #include "library/Summaries.h"
+#include "platform/CharacterSets.h"
+#include "platform/Characters.h"
+#include "platform/Folding.h"
 #include "platform/RegexReference.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 #include "tools/Limits.h"
 
 #include <algorithm>

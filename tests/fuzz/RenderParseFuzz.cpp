@@ -3,7 +3,8 @@
 #include "fuzz/FuzzTargets.h"
 #include "library/NoteParser.h"
 #include "mutation/NoteRenderer.h"
-#include "platform/Text.h"
+#include "platform/Folding.h"
+#include "platform/Utf8.h"
 
 #include <algorithm>
 

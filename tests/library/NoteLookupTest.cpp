@@ -4,7 +4,7 @@
 // VORLO_LOOKUP_SEED=<seed> replays that one library.
 #include "library/LibraryScan.h"
 
-#include "platform/Text.h"
+#include "platform/Collation.h"
 #include "support/TempLibrary.h"
 #include "tools/Limits.h"
 

@@ -2,8 +2,9 @@
 // reading against each other, on a generated library full of ties and awkward files.
 #include "library/LibraryScan.h"
 #include "library/Summaries.h"
+#include "platform/Collation.h"
+#include "platform/Folding.h"
 #include "platform/Process.h"
-#include "platform/Text.h"
 #include "support/IoMode.h"
 #include "support/TempLibrary.h"
 

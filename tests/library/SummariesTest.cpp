@@ -1,8 +1,10 @@
 #include "library/Summaries.h"
 
 #include "library/NoteParser.h"
+#include "platform/CharacterSets.h"
+#include "platform/Characters.h"
+#include "platform/Collation.h"
 #include "platform/RegexReference.h"
-#include "platform/Text.h"
 #include "tools/Limits.h"
 
 #include <gtest/gtest.h>

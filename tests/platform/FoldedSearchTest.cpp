@@ -1,4 +1,5 @@
-#include "platform/Text.h"
+#include "platform/Collation.h"
+#include "platform/Folding.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,9 @@
+#include "platform/CharacterSets.h"
+#include "platform/Characters.h"
+#include "platform/Collation.h"
+#include "platform/Folding.h"
 #include "platform/RegexReference.h"
-#include "platform/Text.h"
+#include "platform/Utf8.h"
 
 #include <gtest/gtest.h>
 

@@ -1,170 +1,24 @@
-// Unicode text services over ICU: validation, grapheme clusters, character classes, folding and
-// comparison. Most text the server sees is ASCII, so every operation has a path that never calls ICU.
-#include "platform/Text.h"
+// Folding over ICU's normalizers and case folding, and searching as if folded. Most text the
+// server sees is ASCII, so every operation has a path that never calls ICU.
+#include "platform/Folding.h"
+
+#include "platform/Collation.h"
+#include "platform/TextInternals.h"
 
 #include <unicode/bytestream.h>
 #include <unicode/casemap.h>
-#include <unicode/normalizer2.h>
 #include <unicode/stringpiece.h>
-#include <unicode/ubrk.h>
-#include <unicode/uchar.h>
-#include <unicode/ucol.h>
-#include <unicode/uloc.h>
 #include <unicode/unorm2.h>
-#include <unicode/utext.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
+#include <cstring>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <vector>
 
 namespace vorlo::text {
-namespace {
-
-constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
-constexpr std::size_t kShortAsciiGap = 64;
-
-bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
-
-std::uint32_t generalCategoryMask(char32_t c) { return U_GET_GC_MASK(static_cast<UChar32>(c)); }
-
-// The offset of the first byte at or after `from` that is not ASCII, or the size.
-std::size_t firstNonAscii(std::string_view text, std::size_t from) {
-    const std::size_t size = text.size();
-    while (from + 8 <= size) {
-        std::uint64_t word;
-        std::memcpy(&word, text.data() + from, 8);
-        if (word & kHighBits) break;
-        from += 8;
-    }
-    while (from < size && static_cast<unsigned char>(text[from]) < 0x80) ++from;
-    return from;
-}
-
-std::size_t firstAscii(std::string_view text, std::size_t from) {
-    while (from < text.size() && static_cast<unsigned char>(text[from]) >= 0x80) ++from;
-    return from;
-}
-
-// Character break iterators are costly to open and keep their text, so each thread keeps the ones
-// it has opened and a cursor borrows one for its lifetime; two cursors may be alive at once.
-class BreakIteratorPool {
-public:
-    ~BreakIteratorPool() {
-        for (UBreakIterator* iterator : free_) ubrk_close(iterator);
-    }
-    UBreakIterator* take() {
-        if (!free_.empty()) {
-            UBreakIterator* iterator = free_.back();
-            free_.pop_back();
-            return iterator;
-        }
-        UErrorCode status = U_ZERO_ERROR;
-        UBreakIterator* iterator = ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status);
-        if (U_FAILURE(status)) {
-            if (iterator != nullptr) ubrk_close(iterator);
-            return nullptr;
-        }
-        return iterator;
-    }
-    void give(UBreakIterator* iterator) { free_.push_back(iterator); }
-
-private:
-    std::vector<UBreakIterator*> free_;
-};
-
-thread_local BreakIteratorPool breakIterators;
-
-// Walks `text` character by character. Between two ASCII bytes there is always a boundary, except
-// inside "\r\n", so ICU is asked only where a non-ASCII byte is near.
-class CharacterCursor {
-public:
-    explicit CharacterCursor(std::string_view text) : text_(text) {}
-    ~CharacterCursor() {
-        if (iterator_ != nullptr) {
-            breakIterators.give(iterator_);
-            utext_close(&utext_);
-        }
-    }
-    CharacterCursor(const CharacterCursor&) = delete;
-    CharacterCursor& operator=(const CharacterCursor&) = delete;
-
-    // The end of the character that starts at `offset`, which must be a boundary before the end.
-    std::size_t next(std::size_t offset) {
-        const auto c = static_cast<unsigned char>(text_[offset]);
-        if (c < 0x80) {
-            if (offset + 1 == text_.size()) return offset + 1;
-            const auto d = static_cast<unsigned char>(text_[offset + 1]);
-            if (d < 0x80) return c == '\r' && d == '\n' ? offset + 2 : offset + 1;
-        }
-        if (!attach()) return nextCodePointEnd(offset);
-        // Stepping on from where the iterator stands is much cheaper than seeking.
-        const auto position = static_cast<std::int32_t>(offset);
-        const std::int32_t boundary =
-            ubrk_current(iterator_) == position ? ubrk_next(iterator_) : ubrk_following(iterator_, position);
-        return boundary == UBRK_DONE ? text_.size() : static_cast<std::size_t>(boundary);
-    }
-
-private:
-    bool attach() {
-        if (iterator_ != nullptr) return true;
-        if (failed_) return false;
-        UErrorCode status = U_ZERO_ERROR;
-        utext_openUTF8(&utext_, text_.data(), static_cast<std::int64_t>(text_.size()), &status);
-        UBreakIterator* iterator = U_SUCCESS(status) ? breakIterators.take() : nullptr;
-        if (iterator != nullptr) ubrk_setUText(iterator, &utext_, &status);
-        if (iterator == nullptr || U_FAILURE(status)) {
-            if (iterator != nullptr) breakIterators.give(iterator);
-            utext_close(&utext_);
-            failed_ = true;
-            return false;
-        }
-        iterator_ = iterator;
-        return true;
-    }
-    // Without ICU's data a code point is the best approximation of a character.
-    std::size_t nextCodePointEnd(std::size_t offset) const {
-        do ++offset;
-        while (offset < text_.size() && isContinuation(static_cast<unsigned char>(text_[offset])));
-        return offset;
-    }
-
-    std::string_view text_;
-    UText utext_ = UTEXT_INITIALIZER;
-    UBreakIterator* iterator_ = nullptr;
-    bool failed_ = false;
-};
-
-template <typename Predicate> std::string_view trim(std::string_view text, Predicate belongs) {
-    std::size_t start = 0;
-    while (start < text.size()) {
-        std::size_t next = start;
-        if (!belongs(nextCodePoint(text, next))) break;
-        start = next;
-    }
-    std::size_t end = text.size();
-    while (end > start) {
-        std::size_t begin = end - 1;
-        while (begin > start && isContinuation(static_cast<unsigned char>(text[begin]))) --begin;
-        std::size_t cursor = begin;
-        if (!belongs(nextCodePoint(text, cursor))) break;
-        end = begin;
-    }
-    return text.substr(start, end - start);
-}
-
-// --- Folding ---
-
-struct Normalizers {
-    const icu::Normalizer2* nfd = nullptr;
-    const icu::Normalizer2* nfc = nullptr;
-};
 
 // ICU owns these singletons; they are safe to share between threads.
 const Normalizers& normalizers() {
@@ -197,6 +51,10 @@ void appendCaseFolded(std::string_view text, bool turkic, std::string& out) {
                            icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())), sink, nullptr,
                            status);
 }
+
+namespace {
+
+constexpr std::size_t kShortAsciiGap = 64;
 
 // Drops the nonspacing marks of decomposed text in place. A Turkish capital dotted I decomposes to
 // "I" and U+0307; dropping the dot would leave an "I" that Turkic folding makes dotless, so in a
@@ -294,8 +152,6 @@ std::string foldText(std::string_view text, bool turkic) {
     return out;
 }
 
-char lowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 // Whether `text` begins with the lower-case ASCII `needle` once its capitals are lowered.
 bool startsWithLowered(const char* text, std::string_view needle) {
     for (std::size_t i = 0; i < needle.size(); ++i)
@@ -363,194 +219,7 @@ void appendFoldedCharacter(std::string_view character, std::string& out) {
     appendFoldedNonAscii(character, false, out);
 }
 
-// Canonical equivalence plus full case folding: two texts are equal when these keys are.
-std::string caselessKey(std::string_view text) {
-    std::string decomposed;
-    appendNormalized(normalizers().nfd, text, decomposed);
-    std::string folded;
-    appendCaseFolded(decomposed, false, folded);
-    std::string key;
-    appendNormalized(normalizers().nfd, folded, key);
-    return key;
-}
-
-bool isCLocale(std::string_view name) { return name == "C" || name == "POSIX"; }
-
-struct CollatorCloser {
-    void operator()(UCollator* collator) const { ucol_close(collator); }
-};
-
-UCollator* openCollator() {
-    UErrorCode status = U_ZERO_ERROR;
-    UCollator* collator = ucol_open(uloc_getDefault(), &status);
-    if (U_FAILURE(status)) {
-        if (collator != nullptr) ucol_close(collator);
-        return nullptr;
-    }
-    ucol_setStrength(collator, UCOL_SECONDARY);
-    return collator;
-}
-
 } // namespace
-
-// --- Locale ---
-
-void adoptLocaleFromEnvironment() {
-    std::string_view chosen;
-    for (const char* variable : {"LC_ALL", "LC_COLLATE", "LANG"}) {
-        const char* value = std::getenv(variable);
-        if (value != nullptr && *value != '\0') {
-            chosen = value;
-            break;
-        }
-    }
-    adoptLocale(chosen);
-}
-
-std::string adoptLocale(std::string_view posixName) {
-    std::string name(posixName.substr(0, posixName.find_first_of(".@")));
-    if (isCLocale(name)) name.clear();
-    // An empty name is ICU's root locale. Leaving the default alone would not do: ICU derives it from
-    // the same variables and maps "C" to en_US_POSIX, whose collation tells case apart.
-    UErrorCode status = U_ZERO_ERROR;
-    uloc_setDefault(name.c_str(), &status);
-    return uloc_getDefault();
-}
-
-bool currentLocaleIsTurkic() {
-    char language[ULOC_LANG_CAPACITY] = {};
-    UErrorCode status = U_ZERO_ERROR;
-    uloc_getLanguage(uloc_getDefault(), language, sizeof language, &status);
-    if (U_FAILURE(status)) return false;
-    return std::strcmp(language, "tr") == 0 || std::strcmp(language, "az") == 0;
-}
-
-// --- Encoding ---
-
-bool isValidUtf8(std::string_view bytes) {
-    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
-    const std::size_t size = bytes.size();
-    std::size_t i = 0;
-    while (i < size) {
-        const unsigned char lead = p[i];
-        if (lead < 0x80) {
-            i = firstNonAscii(bytes, i + 1);
-            continue;
-        }
-        // Second-byte ranges exclude overlong forms (E0, F0), surrogates (ED) and code points
-        // above U+10FFFF (F4); C0, C1 and F5 to FF never lead.
-        unsigned char low = 0x80, high = 0xBF;
-        std::size_t length;
-        if (lead >= 0xC2 && lead <= 0xDF) {
-            length = 2;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            length = 3;
-            if (lead == 0xE0) low = 0xA0;
-            if (lead == 0xED) high = 0x9F;
-        } else if (lead >= 0xF0 && lead <= 0xF4) {
-            length = 4;
-            if (lead == 0xF0) low = 0x90;
-            if (lead == 0xF4) high = 0x8F;
-        } else {
-            return false;
-        }
-        if (size - i < length) return false;
-        if (p[i + 1] < low || p[i + 1] > high) return false;
-        for (std::size_t k = 2; k < length; ++k)
-            if (!isContinuation(p[i + k])) return false;
-        i += length;
-    }
-    return true;
-}
-
-bool isAscii(std::string_view bytes) { return firstNonAscii(bytes, 0) == bytes.size(); }
-
-char32_t nextCodePoint(std::string_view text, std::size_t& offset) {
-    const auto lead = static_cast<unsigned char>(text[offset]);
-    if (lead < 0x80) {
-        ++offset;
-        return lead;
-    }
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (text.size() - offset < length) { // not valid UTF-8, against the contract: stay in bounds
-        offset = text.size();
-        return 0xFFFD;
-    }
-    char32_t c = lead & (0x3F >> (length - 1));
-    for (std::size_t k = 1; k < length; ++k) c = c << 6 | (static_cast<unsigned char>(text[offset + k]) & 0x3F);
-    offset += length;
-    return c;
-}
-
-// --- Characters ---
-
-std::size_t characterCount(std::string_view text) {
-    if (isAscii(text)) {
-        std::size_t pairs = 0;
-        for (std::size_t i = 0; i + 1 < text.size(); ++i)
-            if (text[i] == '\r' && text[i + 1] == '\n') ++pairs;
-        return text.size() - pairs;
-    }
-    CharacterCursor cursor(text);
-    std::size_t count = 0;
-    for (std::size_t offset = 0; offset < text.size(); ++count) offset = cursor.next(offset);
-    return count;
-}
-
-std::string_view firstCharacters(std::string_view text, std::size_t count) {
-    CharacterCursor cursor(text);
-    std::size_t offset = 0;
-    for (std::size_t taken = 0; taken < count && offset < text.size(); ++taken) offset = cursor.next(offset);
-    return text.substr(0, offset);
-}
-
-bool hasMoreCharactersThan(std::string_view text, std::size_t count) {
-    if (text.size() <= count) return false; // a character takes at least one byte
-    return firstCharacters(text, count).size() < text.size();
-}
-
-// --- Character sets ---
-
-bool isWhitespaceOrNewline(char32_t c) {
-    if (c < 0x80) return c == ' ' || (c >= 0x09 && c <= 0x0D);
-    return c == 0x85 || (generalCategoryMask(c) & U_GC_Z_MASK) != 0;
-}
-
-bool isHorizontalWhitespace(char32_t c) {
-    if (c < 0x80) return c == ' ' || c == '\t';
-    return (generalCategoryMask(c) & U_GC_ZS_MASK) != 0;
-}
-
-bool isRegexWhitespace(char32_t c) {
-    if (c < 0x80) return c == ' ' || (c >= 0x09 && c <= 0x0D);
-    return u_isUWhiteSpace(static_cast<UChar32>(c));
-}
-
-bool isControlCharacter(char32_t c) { return (generalCategoryMask(c) & (U_GC_CC_MASK | U_GC_CF_MASK)) != 0; }
-
-bool isLetter(char32_t c) {
-    if (c < 0x80) return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-    return (generalCategoryMask(c) & U_GC_L_MASK) != 0;
-}
-
-bool isNumber(char32_t c) {
-    if (c < 0x80) return c >= '0' && c <= '9';
-    return (generalCategoryMask(c) & U_GC_N_MASK) != 0;
-}
-
-// The word class of ICU's regular expressions, which are the reference for every pattern here.
-bool isRegexWordCharacter(char32_t c) {
-    if (c < 0x80) return isLetter(c) || isNumber(c) || c == '_';
-    if (c == 0x200C || c == 0x200D) return true;
-    if (generalCategoryMask(c) & (U_GC_M_MASK | U_GC_ND_MASK | U_GC_PC_MASK)) return true;
-    return u_hasBinaryProperty(static_cast<UChar32>(c), UCHAR_ALPHABETIC);
-}
-
-std::string_view trimWhitespaceAndNewlines(std::string_view text) { return trim(text, isWhitespaceOrNewline); }
-
-std::string_view trimHorizontalWhitespace(std::string_view text) { return trim(text, isHorizontalWhitespace); }
-
-// --- Folding and comparison ---
 
 std::string fold(std::string_view text) { return foldText(text, currentLocaleIsTurkic()); }
 
@@ -740,62 +409,6 @@ bool FoldedSearch::foundIn(std::string_view text) const {
             return !(found = grown());
         });
     return found || searchWindow();
-}
-
-bool caseInsensitiveEqual(std::string_view a, std::string_view b) {
-    if (isAscii(a) && isAscii(b)) {
-        if (a.size() != b.size()) return false;
-        for (std::size_t i = 0; i < a.size(); ++i) {
-            const char x = a[i] >= 'A' && a[i] <= 'Z' ? static_cast<char>(a[i] - 'A' + 'a') : a[i];
-            const char y = b[i] >= 'A' && b[i] <= 'Z' ? static_cast<char>(b[i] - 'A' + 'a') : b[i];
-            if (x != y) return false;
-        }
-        return true;
-    }
-    return caselessKey(a) == caselessKey(b);
-}
-
-CaselessMatch::CaselessMatch(std::string_view text)
-    : key_(isAscii(text) ? std::string(text) : caselessKey(text)) {
-    if (isAscii(key_))
-        for (char& c : key_) c = lowerAscii(c);
-}
-
-bool CaselessMatch::matches(std::string_view other) const {
-    // The key of ASCII text is the text lowered.
-    if (isAscii(other)) {
-        if (other.size() != key_.size()) return false;
-        for (std::size_t i = 0; i < other.size(); ++i)
-            if (lowerAscii(other[i]) != key_[i]) return false;
-        return true;
-    }
-    // Decomposition and case folding keep every ASCII character where it stands among the others,
-    // lowered, and reordering moves only marks: the ASCII of `other`, lowered, must appear in this
-    // order in its key, and so in ours if the keys are equal.
-    std::size_t at = 0;
-    for (const char c : other) {
-        if (static_cast<unsigned char>(c) >= 0x80) continue;
-        const char lowered = lowerAscii(c);
-        while (at < key_.size() && key_[at] != lowered) ++at;
-        if (at == key_.size()) return false;
-        ++at;
-    }
-    return caselessKey(other) == key_;
-}
-
-int localizedCaseInsensitiveCompare(std::string_view a, std::string_view b) {
-    // Opening a collator builds its tailoring, far too slow to repeat for every comparison of a
-    // sort; the locale is fixed at start-up, so one collator serves the whole process.
-    static const std::unique_ptr<UCollator, CollatorCloser> collator(openCollator());
-    if (!collator) {
-        const int order = a.compare(b);
-        return (order > 0) - (order < 0);
-    }
-    UErrorCode status = U_ZERO_ERROR;
-    const UCollationResult result =
-        ucol_strcollUTF8(collator.get(), a.data(), static_cast<std::int32_t>(a.size()), b.data(),
-                         static_cast<std::int32_t>(b.size()), &status);
-    return result == UCOL_LESS ? -1 : result == UCOL_GREATER ? 1 : 0;
 }
 
 std::string canonicalComposition(std::string_view text) {

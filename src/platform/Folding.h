@@ -1,0 +1,50 @@
+#pragma once
+// Case- and diacritic-insensitive folding, and searching text as if it were folded.
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace vorlo::text {
+
+// Case- and diacritic-insensitive folding: NFD, nonspacing marks dropped, full case folding
+// (Turkic dotted/dotless i when the current locale is Turkish or Azeri), NFC.
+std::string fold(std::string_view text);
+// The same folding with no locale (never Turkic).
+std::string foldWithoutLocale(std::string_view text);
+
+// A query folded once with the current locale, then looked for in many texts as if each were folded
+// the same way: foundIn(t) is exactly fold(t).find(folded()) != npos. A text of ASCII alone is
+// matched without a folded copy; others are folded piece by piece into a bounded window, without
+// ICU wherever their characters fold one by one. One object serves one thread.
+class FoldedSearch {
+public:
+    explicit FoldedSearch(std::string_view query);
+    const std::string& folded() const { return folded_; }
+    bool foundIn(std::string_view text) const;
+
+private:
+    // How one code point folds where it stands among others; see characterFolding().
+    struct CharacterFolding {
+        bool independent = false;
+        std::string folded;
+    };
+    std::string folded_;
+    bool turkic_ = false;
+    bool asciiNeedle_ = false;
+    mutable std::unordered_map<char32_t, CharacterFolding> characters_; // for this query's texts only
+
+    const CharacterFolding& characterFolding(char32_t c) const;
+    bool appendFoldedByCharacters(std::string_view stretch, std::string& out) const;
+};
+
+// The character offset in `text` at which `foldedNeedle` (already folded without locale) first
+// occurs when `text` is folded without locale; absent when it does not occur.
+std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std::string_view foldedNeedle);
+
+// Canonical composition (NFC); tags are de-duplicated and sorted by code points of this form.
+std::string canonicalComposition(std::string_view text);
+
+} // namespace vorlo::text

@@ -1,0 +1,44 @@
+#pragma once
+// UTF-8 validation and decoding, and the ASCII scanning the other text services build on. All
+// text is UTF-8 held in std::string / std::string_view.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace vorlo::text {
+
+// Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
+bool isValidUtf8(std::string_view bytes);
+bool isAscii(std::string_view bytes);
+
+// Decodes the code point at `offset` of valid UTF-8 and moves `offset` behind it.
+char32_t nextCodePoint(std::string_view text, std::size_t& offset);
+
+inline bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+
+inline char lowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// The offset of the first byte at or after `from` that is not ASCII, or the size. Eight bytes are
+// tested at a time: most text is ASCII, and this runs ahead of every fast path.
+inline std::size_t firstNonAscii(std::string_view text, std::size_t from) {
+    constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
+    const std::size_t size = text.size();
+    while (from + 8 <= size) {
+        std::uint64_t word;
+        std::memcpy(&word, text.data() + from, 8);
+        if (word & kHighBits) break;
+        from += 8;
+    }
+    while (from < size && static_cast<unsigned char>(text[from]) < 0x80) ++from;
+    return from;
+}
+
+// The offset of the first ASCII byte at or after `from`, or the size.
+inline std::size_t firstAscii(std::string_view text, std::size_t from) {
+    while (from < text.size() && static_cast<unsigned char>(text[from]) >= 0x80) ++from;
+    return from;
+}
+
+} // namespace vorlo::text
