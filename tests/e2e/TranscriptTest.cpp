@@ -1,9 +1,10 @@
 // Replays the sessions in tests/e2e/transcripts through the real binary. A file is a list of cases,
-// each opened by "== Name" and run in a fresh library with access and writing on. One line a step:
+// each opened by "== Name" and run in a fresh library with access and writing on. A line holds one
+// step, or several separated by " ; ":
 //
 //   let NAME = TEXT         later lines of the file read TEXT for $NAME ($LIB and $ROOT are built in)
-//   file PATH | PATH...     files in the library holding "text";  file PATH = TEXT  one holding TEXT
-//   link PATH -> TARGET     a symbolic link;  fifo PATH;  chmod PATH MODE
+//   file PATH[ | PATH...][ = TEXT]   files in the library that hold TEXT, or "text"
+//   link PATH -> TARGET     a symbolic link;  fifo PATH;  chmod PATH = MODE
 //   prefs on|off|read-only|TEXT   the preferences file;  prefs-path [PATH|unset]: the variable naming it
 //   env NAME=VALUE          one more variable for the next server's environment
 //   > LINE[ => JSON]        sends LINE; the reply must then equal JSON (with ~>, contain it)
@@ -14,7 +15,7 @@
 //   eof                     closes the server's input
 //   exit STATUS[ TEXT]      the server ends with STATUS, TEXT its stderr line, nothing left unread;
 //                           a later step starts a new server
-//   is PATH = TEXT  /  absent PATH  /  mode PATH MODE     the library after the calls
+//   is PATH = TEXT  /  absent PATH  /  mode PATH[ | PATH...] = MODE     the library after the calls
 //
 // TEXT, LINE and BYTES take \n \r \\ \xHH and \*Nc (N times c). Anywhere, {rev:PATH} is the digest of
 // a library file as it is now, and {id} {modified} {revision} are those fields of the last successful
@@ -37,6 +38,13 @@ using Steps = std::vector<std::string>;
 void replaceAll(std::string& text, std::string_view from, std::string_view to) {
     for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
         text.replace(at, from.size(), to);
+}
+
+std::vector<std::string> split(const std::string& text, std::string_view separator) {
+    std::vector<std::string> parts;
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + separator.size())
+        parts.push_back(text.substr(start, (end = text.find(separator, start)) - start));
+    return parts;
 }
 
 // `text` cut at the first `separator`: what precedes it, and what follows if it occurs.
@@ -95,7 +103,8 @@ std::vector<std::pair<std::string, Steps>> loadTranscripts() {
             else if (line.starts_with("let "))
                 variables.emplace_back(line.substr(4, line.find(" = ") - 4), *cut(line, " = ").second);
             else if (!line.empty() && line[0] != '#')
-                cases.back().second.push_back(line);
+                for (const std::string& step : split(line, " ; "))
+                    cases.back().second.push_back(step);
         }
     }
     return cases;
@@ -131,9 +140,9 @@ class Session {
     }
 
     void expect(const Json& actual, const std::string& expectation) {
-        const std::string text = expectation.substr(expectation.find(' ') + 1);
-        const Json expected = expectation.starts_with("! ") ? Json(text) : Json::parse(text);
-        EXPECT_TRUE(expectation.starts_with("~> ") ? contains(actual, expected) : actual == expected)
+        const std::string text = expectation.substr(expectation.find(' ', 1) + 1);
+        const Json expected = expectation.starts_with(" ! ") ? Json(text) : Json::parse(text);
+        EXPECT_TRUE(expectation.starts_with(" ~> ") ? contains(actual, expected) : actual == expected)
             << "got " << actual << "\nnot " << expected;
     }
 
@@ -173,12 +182,15 @@ class Session {
         const auto [word, rest] = cut(line, " ");
         const std::string argument = rest.value_or("");
         const auto [path, text] = cut(argument, " =");
-        const auto content = [&] { return unescape(text->substr(text->empty() ? 0 : 1)); };
-        if (word == "file" && text) {
-            library_.write(path, content());
-        } else if (word == "file") {
-            for (std::string paths = argument + " | "; !paths.empty(); paths = *cut(paths, " | ").second)
-                library_.write(unescape(cut(paths, " | ").first), "text");
+        const auto content = [&] { return text ? unescape(text->substr(text->empty() ? 0 : 1)) : "text"; };
+        std::size_t mark = std::string::npos; // where the expectation of a request begins
+        for (const char* arrow : {" => ", " ~> ", " ! "})
+            mark = std::min(mark, argument.find(arrow));
+        const std::string request = argument.substr(0, mark),
+                          expectation = argument.substr(std::min(mark, argument.size()));
+        if (word == "file") {
+            for (const std::string& each : split(path, " | "))
+                library_.write(unescape(each), content());
         } else if (word == "link") {
             library_.link(cut(argument, " -> ").first, *cut(argument, " -> ").second);
         } else if (word == "fifo") {
@@ -187,7 +199,8 @@ class Session {
             std::filesystem::permissions(library_.path(path),
                                          std::filesystem::perms(std::stoul(content(), nullptr, 8)));
         } else if (word == "mode") {
-            EXPECT_EQ(modeOf(library_.path(path)), std::stoul(content(), nullptr, 8)) << path;
+            for (const std::string& each : split(path, " | "))
+                EXPECT_EQ(modeOf(library_.path(each)), std::stoul(content(), nullptr, 8)) << each;
         } else if (word == "prefs" && (argument == "on" || argument == "off" || argument == "read-only")) {
             library_.writePreferences(argument != "off", argument != "read-only");
         } else if (word == "prefs") {
@@ -196,14 +209,14 @@ class Session {
             preferencesPath_ = argument == "unset" ? std::nullopt : std::optional(argument);
         } else if (word == "env") {
             environment_.push_back(argument);
-        } else if (word == ">" || word == ">|") {
-            const auto arrow =
-                word == ">" ? std::min(argument.rfind(" => "), argument.rfind(" ~> ")) : std::string::npos;
-            server().send(unescape(argument.substr(0, arrow)) + (word == ">" ? "\n" : ""));
-            if (word == ">|") EXPECT_EQ(server().readLine(std::chrono::milliseconds(100)), std::nullopt);
-            if (arrow != std::string::npos) expect(reply(), argument.substr(arrow + 1));
+        } else if (word == ">") {
+            server().send(unescape(request) + "\n");
+            if (!expectation.empty()) expect(reply(), expectation);
+        } else if (word == ">|") {
+            server().send(unescape(argument));
+            EXPECT_EQ(server().readLine(std::chrono::milliseconds(100)), std::nullopt);
         } else if (word == "=>" || word == "~>") {
-            expect(reply(), line);
+            expect(reply(), " " + line);
         } else if (word == "eof") {
             server().closeInput();
         } else if (word == "exit") {
@@ -219,13 +232,8 @@ class Session {
         } else if (word == "absent") {
             EXPECT_FALSE(library_.exists(argument));
         } else {
-            // The arguments are the shortest leading text that parses as JSON.
-            std::size_t end = argument.find('}');
-            while (end != std::string::npos && !Json::accept(argument.substr(0, end + 1)))
-                end = argument.find('}', end + 1);
-            ASSERT_NE(end, std::string::npos) << "unknown step";
-            const Json outcome = toolOutcome(server().call(word, Json::parse(argument.substr(0, end + 1))));
-            if (end + 1 < argument.size()) return expect(outcome, argument.substr(end + 2));
+            const Json outcome = toolOutcome(server().call(word, Json::parse(request)));
+            if (!expectation.empty()) return expect(outcome, expectation);
             EXPECT_TRUE(outcome.is_object() && !outcome.contains("error")) << outcome;
         }
     }
