@@ -1,224 +1,152 @@
-// The streaming list and search against a plain reference over the full scan, and the two ways of
-// reading against each other, on a generated library full of ties and awkward files.
+// Every way the walk can read (one call at a time, the submission ring, a second thread, one
+// processor) against the plain one, on a generated library; and the streaming list and search,
+// which keep only their best notes, against a full sort of the plain scan.
+#include "GeneratedLibrary.h"
 #include "library/LibraryScan.h"
 #include "library/Summaries.h"
+#include "platform/CharacterSets.h"
 #include "platform/Collation.h"
+#include "platform/Crypto.h"
 #include "platform/Folding.h"
 #include "platform/Process.h"
 #include "support/IoMode.h"
-#include "support/TempLibrary.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
 #include <set>
-#include <stdexcept>
-#include <sys/stat.h>
 #include <thread>
 
 namespace vorlo::testing {
 namespace {
 
-// Few distinct dates and titles, so that the order is decided by every tie-break in turn; titles
-// that differ only in case or accents; tags and words in headers and bodies; files that are no notes.
-void generateLibrary(const TempLibrary& library, unsigned seed) {
-    std::mt19937 random(seed);
-    const auto pick = [&](const auto& items) { return items[random() % std::size(items)]; };
-    const char* folders[] = {
-        "",           "Inbox/",      "Projects/",          "projects/", "Projects/Deep/Er/",
-        "Caf\u00e9/", "Cafe\u0301/", "Archive/Vorlo Data/"};
-    const char* titles[] = {"Alpha", "alpha",      "ALPHA", "Beta", "b\u00e9ta",
-                            "Gamma", "\u00c9cole", "ecole", "Zeta"};
-    const char* modified[] = {"2024-05-01T10:00:00Z",     "2024-05-01T12:00:00+02:00",
-                              "2023-01-01T00:00:00Z",     "yesterday",
-                              "2024-05-01T10:00:00.000Z", ""};
-    const char* tags[] = {
-        "[]", R"(["work"])", R"(["Work","idea"])", R"(["caf\u00e9"])", "[\"Caf\u00e9\"]", "not json"};
-    const char* words[] = {"lantern",
-                           "Lantern",
-                           "LANTERN",
-                           "cr\u00e8me br\u00fbl\u00e9e",
-                           "Cre\u0300me Bru\u0302le\u0301e",
-                           "plain words",
-                           "#work",
-                           "#idea/sub",
-                           "stra\u00dfe",
-                           "STRASSE",
-                           "\u0130stanbul",
-                           "\ufb01ne"};
-    for (int i = 0; i < 260; ++i) {
-        std::string text;
-        if (random() % 10 != 0) {
-            text = "---\ntitle: \"" + std::string(pick(titles)) + "\"\n";
-            if (random() % 6 != 0) text += "modified: " + std::string(pick(modified)) + "\n";
-            text += "tags: " + std::string(pick(tags)) + "\n---\n";
-        }
-        for (int w = static_cast<int>(random() % 12); w > 0; --w) {
-            text += pick(words);
-            text += random() % 4 == 0 ? "\n" : " ";
-        }
-        if (random() % 8 == 0)
-            text += std::string(70000 + random() % 1000, 'x') + " lantern"; // past a read group
-        if (random() % 10 == 0) {
-            std::string crlf;
-            for (const char c : text)
-                crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-            text = crlf;
-        }
-        const std::string path = std::string(pick(folders)) + "Note " + std::to_string(i) + ".md";
-        library.write(path, text);
-        // Few distinct file dates: those decide for notes without a usable `modified`.
-        library.touch(path, 1700000000 + static_cast<long long>(random() % 3) * 86400);
+using library::NoteFile;
+
+// The plain way: every note in memory and a stable sort of all that match. The arguments are taken
+// as the tools take them: blank folders and tags are no filter, and a query that folds to nothing,
+// such as a lone combining mark, matches no note rather than all.
+std::vector<std::size_t> referenceList(const std::vector<NoteRecord>& notes, std::string_view folder,
+                                       std::string_view tag) {
+    folder = text::trimWhitespaceAndNewlines(folder), tag = text::trimWhitespaceAndNewlines(tag);
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < notes.size(); ++i) {
+        const auto isTag = [&](const std::string& t) { return text::caseInsensitiveEqual(t, tag); };
+        if ((folder.empty() || text::caseInsensitiveEqual(notes[i].relativeFolder, folder)) &&
+            (tag.empty() || std::any_of(notes[i].tags.begin(), notes[i].tags.end(), isTag)))
+            order.push_back(i);
     }
-    library.write("Projects/Broken.md", "---\ntitle: \"lantern\"\n---\nbad \xff byte");
-    library.write("Vorlo Data/Hidden.md", "lantern");
-    library.write(".hidden/Note.md", "lantern");
-    library.write("Projects/.Note.md", "lantern");
-    library.link("Projects/Link.md", library.path("Inbox/Note 1.md"));
-    library.link("Linked Folder", library.path("Projects"));
-    ::mkfifo(library.path("Inbox/Pipe.md").c_str(), 0600);
-    library.makeFolder("Folder.md");
+    std::stable_sort(order.begin(), order.end(),
+                     [&](auto a, auto b) { return library::newestFirst(notes[a], notes[b]); });
+    return order;
 }
 
-// The plain way: every record in memory, a stable sort, summaries of the first `limit`.
-Json referenceList(const VorloMCPServer& server, const Json& arguments) {
-    auto notes = server.scanNotes();
-    const long long limit = arguments.value("limit", 50);
-    const std::string folder = arguments.value("folder", ""), tag = arguments.value("tag", "");
-    std::erase_if(notes, [&](const NoteRecord& note) {
-        if (!folder.empty() && !text::caseInsensitiveEqual(note.relativeFolder, folder)) return true;
-        return !tag.empty() && std::none_of(note.tags.begin(), note.tags.end(), [&](const std::string& t) {
-            return text::caseInsensitiveEqual(t, tag);
-        });
+// `folded` holds each note's title, body and tags folded. Title matches come first, then body or
+// tag matches; within each, the `modified` texts of the summaries descending.
+std::vector<std::size_t> referenceSearch(const std::vector<std::vector<std::string>>& folded,
+                                         const std::vector<Json>& summaries, std::string_view query) {
+    const std::string wanted = text::fold(text::trimWhitespaceAndNewlines(query));
+    const auto holds = [&](const std::string& text) {
+        return !wanted.empty() && text.find(wanted) != std::string::npos;
+    };
+    const auto modified = [&](std::size_t i) {
+        return summaries[i]["modified"].is_null() ? "" : summaries[i]["modified"].get<std::string>();
+    };
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < folded.size(); ++i)
+        if (std::any_of(folded[i].begin(), folded[i].end(), holds)) order.push_back(i);
+    std::stable_sort(order.begin(), order.end(), [&](auto a, auto b) {
+        return holds(folded[a][0]) != holds(folded[b][0]) ? holds(folded[a][0]) : modified(a) > modified(b);
     });
-    std::stable_sort(notes.begin(), notes.end(), library::newestFirst);
-    Json shown = Json::array();
-    for (std::size_t i = 0; i < notes.size() && i < static_cast<std::size_t>(limit); ++i)
-        shown.push_back(library::summary(notes[i]));
-    return {{"notes", shown}, {"returned", shown.size()}, {"total_matches", notes.size()}};
+    return order;
 }
 
-Json referenceSearch(const VorloMCPServer& server, const std::string& query, long long limit) {
-    const std::string folded = text::fold(query);
-    const auto contains = [&](const std::string& text) {
-        return text::fold(text).find(folded) != std::string::npos;
-    };
-    std::vector<std::pair<Json, int>> matches;
-    for (const auto& note : server.scanNotes()) {
-        const int score =
-            contains(note.title)                                                                  ? 2
-            : contains(note.content) || std::any_of(note.tags.begin(), note.tags.end(), contains) ? 1
-                                                                                                  : 0;
-        if (score == 0 || folded.empty()) continue;
-        Json summary = library::summary(note);
-        summary["snippet"] = library::snippet(note.content, query);
-        matches.emplace_back(std::move(summary), score);
-    }
-    const auto modified = [](const Json& s) {
-        return s["modified"].is_null() ? "" : s["modified"].get<std::string>();
-    };
-    std::stable_sort(matches.begin(), matches.end(), [&](const auto& a, const auto& b) {
-        if (a.second != b.second) return a.second > b.second;
-        return modified(a.first) > modified(b.first);
-    });
-    Json shown = Json::array();
-    for (std::size_t i = 0; i < matches.size() && i < static_cast<std::size_t>(limit); ++i)
-        shown.push_back(matches[i].first);
-    return {{"notes", shown}, {"returned", shown.size()}, {"total_matches", matches.size()}};
-}
-
-class StreamedScan : public ::testing::TestWithParam<const char*> {};
-
-TEST_P(StreamedScan, ListAndSearchEqualTheFullSortOfTheScan) {
-    const IoMode mode(GetParam());
-    TempLibrary library;
-    generateLibrary(library, 7);
-    const auto server = library.server();
-    const auto structured = [&](std::string_view tool, const Json& arguments) {
-        return library.call(tool, arguments).at("result").at("structuredContent");
-    };
-    for (const long long limit : {1, 3, 50, 200}) {
-        for (const Json& filter :
-             {Json::object(), Json{{"folder", "PROJECTS"}}, Json{{"folder", "Cafe\u0301"}},
-              Json{{"tag", "WORK"}}, Json{{"tag", "caf\u00e9"}}, Json{{"tag", "idea/sub"}}}) {
-            Json arguments = filter;
-            arguments["limit"] = limit;
-            EXPECT_EQ(structured("list_notes", arguments), referenceList(server, arguments))
-                << arguments.dump();
-        }
-        for (const char* query : {"lantern", "LANTERN", "creme brulee", "alpha", "ecole", "work", "strasse",
-                                  "fine", "istanbul", "lantern\nlantern", "xxxxxxxx lantern", "absent"}) {
-            EXPECT_EQ(structured("search_notes", {{"query", query}, {"limit", limit}}),
-                      referenceSearch(server, query, limit))
-                << query << " " << limit;
-        }
-    }
-}
-
-TEST_P(StreamedScan, WhatTheVisitorThrowsEndsTheWalkAndComesOut) {
-    const IoMode mode(GetParam());
-    TempLibrary library;
-    for (int i = 0; i < 400; ++i)
-        library.write("Folder " + std::to_string(i % 7) + "/" + std::to_string(i) + ".md", "x");
-    for (const int failAt : {0, 63, 64, 200, 399}) {
-        int visited = 0;
-        EXPECT_THROW(library::walkNoteFiles(library.library(),
-                                            [&](library::NoteFile&&) {
-                                                if (visited++ == failAt) throw std::runtime_error("stop");
-                                            }),
-                     std::runtime_error)
-            << failAt;
-        EXPECT_EQ(visited, failAt + 1) << "nothing is visited after the failure";
-    }
-    int all = 0;
-    library::walkNoteFiles(library.library(), [&](library::NoteFile&&) { ++all; });
-    EXPECT_EQ(all, 400);
-}
-
-INSTANTIATE_TEST_SUITE_P(IoModes, StreamedScan, ::testing::ValuesIn(kIoModes),
-                         [](const auto& info) { return vorlo::testing::ioModeName(info.param); });
-
-TEST(StreamedScanModes, EveryWayOfReadingYieldsTheSameRecordsInTheSameOrder) {
-    TempLibrary library;
-    generateLibrary(library, 11);
-    const auto scan = [&](const char* mode) {
-        const IoMode chosen(mode);
+TEST(StreamedScan, EveryWayOfReadingGivesThePlainRecordsAndListAndSearchTheirFullSort) {
+    GeneratedLibrary generated(7, 120);
+    const TempLibrary& library = generated.library();
+    const auto plain = [&] {
+        const IoMode sync("sync");
         return library.server().scanNotes();
-    };
-    const auto one = scan("sync");
-    EXPECT_GT(one.size(), 200u);
-    for (const char* mode : {"", "one core"}) {
-        SCOPED_TRACE(ioModeName(mode));
-        const auto other = scan(mode);
-        ASSERT_EQ(one.size(), other.size());
-        for (std::size_t i = 0; i < one.size(); ++i) {
-            const NoteRecord &a = one[i], &b = other[i];
-            EXPECT_EQ(a.relativePath, b.relativePath);
-            EXPECT_EQ(a.revision, b.revision) << a.relativePath;
-            EXPECT_EQ(a.content, b.content) << a.relativePath;
-            EXPECT_EQ(a.fileModificationDate, b.fileModificationDate) << a.relativePath;
-            EXPECT_EQ(library::summary(a), library::summary(b));
-        }
+    }();
+    ASSERT_GT(plain.size(), 200u);
+    std::vector<Json> summaries;
+    std::vector<std::vector<std::string>> folded;
+    std::vector<std::string> folders;
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        // The walk is depth-first: a folder's notes come as one run, whatever the order of the listings.
+        const auto inside = [&](const NoteRecord& note) {
+            return note.relativePath.starts_with(plain[i].relativeFolder + "/");
+        };
+        EXPECT_TRUE(i == 0 || inside(plain[i - 1]) || plain[i].relativeFolder.empty() ||
+                    std::none_of(plain.begin(), plain.begin() + i, inside))
+            << plain[i].relativePath;
+        // The revision is the digest of the bytes on disk, not of the text with its line ends normalised.
+        EXPECT_EQ(plain[i].revision, sha256Hex(library.read(plain[i].relativePath)));
+        if (i % 50 == 0) folders.push_back(plain[i].relativeFolder);
+        summaries.push_back(library::summary(plain[i]));
+        folded.push_back({text::fold(plain[i].title), text::fold(plain[i].content)});
+        for (const std::string& tag : plain[i].tags)
+            folded.back().push_back(text::fold(tag));
     }
-}
+    std::vector<std::tuple<std::string, Json, std::vector<std::size_t>>> calls; // tool, arguments, full order
+    const std::pair<std::string, std::string> filters[] = {{"", ""},
+                                                           {folders[0], ""},
+                                                           {folders[1], " WORK "},
+                                                           {folders[2] + "/", ""},
+                                                           {"   ", "caf\u00e9"},
+                                                           {"", "idea/sub"},
+                                                           {"", "#work"}};
+    for (const auto& [folder, tag] : filters)
+        calls.emplace_back("list_notes", Json{{"folder", folder}, {"tag", tag}},
+                           referenceList(plain, folder, tag));
+    for (const char* query : {"lantern", " creme brulee\n", "alpha", "ECOLE", "work", "strasse", "fine",
+                              "istanbul", "lantern\nlantern", "xxxxxxxx lantern", "plan", "\u0301"})
+        calls.emplace_back("search_notes", Json{{"query", query}}, referenceSearch(folded, summaries, query));
 
-// The modes above are only as good as their difference: on one processor the notes are visited on
-// the calling thread, and where there are more, on the second one.
-TEST(StreamedScanModes, OneProcessorKeepsTheWorkOnTheCallingThread) {
-    TempLibrary library;
-    for (int i = 0; i < 100; ++i) library.write(std::to_string(i) + ".md", "x");
-    const auto visitingThreads = [&](const char* mode) {
+    for (const std::string mode : kIoModes) {
+        SCOPED_TRACE(ioModeName(mode));
         const IoMode chosen(mode);
+        const auto notes = library.server().scanNotes();
+        ASSERT_EQ(notes.size(), plain.size());
+        for (std::size_t i = 0; i < notes.size(); ++i) {
+            EXPECT_EQ(notes[i].content, plain[i].content) << plain[i].relativePath;
+            EXPECT_EQ(notes[i].fileModificationDate, plain[i].fileModificationDate) << plain[i].relativePath;
+            EXPECT_EQ(library::summary(notes[i]), summaries[i]);
+        }
+        // The modes are only as good as their difference: on one processor, or read the plain way, the
+        // notes are visited on the calling thread, and where there are more, on a second one.
         std::set<std::thread::id> threads;
         library::walkNoteFiles(library.library(),
-                               [&](library::NoteFile&&) { threads.insert(std::this_thread::get_id()); });
-        return threads;
-    };
-    EXPECT_EQ(visitingThreads("one core"), std::set<std::thread::id>{std::this_thread::get_id()});
-    EXPECT_EQ(visitingThreads("sync"), std::set<std::thread::id>{std::this_thread::get_id()});
-    if (process::usableProcessors() > 1) {
-        EXPECT_FALSE(visitingThreads("").contains(std::this_thread::get_id()));
+                               [&](NoteFile&&) { threads.insert(std::this_thread::get_id()); });
+        EXPECT_EQ(threads == std::set{std::this_thread::get_id()},
+                  !mode.empty() || process::usableProcessors() == 1);
+        // What the visitor throws ends the walk, in the first batch or a later one, and comes out.
+        for (const std::size_t failAt :
+             {std::size_t{0}, std::size_t{63}, std::size_t{64}, plain.size() - 1}) {
+            std::size_t visited = 0;
+            const auto visit = [&](NoteFile&&) {
+                if (visited++ == failAt) throw std::runtime_error("stop");
+            };
+            EXPECT_THROW(library::walkNoteFiles(library.library(), visit), std::runtime_error);
+            EXPECT_EQ(visited, failAt + 1) << "nothing is visited after the failure";
+        }
+        for (const long long limit : {1, 50, 200}) {
+            for (const auto& [tool, arguments, order] : calls) {
+                Json expected = Json::array();
+                for (std::size_t k = 0; k < order.size() && k < static_cast<std::size_t>(limit); ++k) {
+                    expected.push_back(summaries[order[k]]);
+                    if (tool == "search_notes")
+                        expected.back()["snippet"] = library::snippet(
+                            plain[order[k]].content,
+                            text::trimWhitespaceAndNewlines(arguments["query"].get<std::string>()));
+                }
+                Json asked = arguments;
+                asked["limit"] = limit;
+                EXPECT_EQ(library.call(tool, asked).at("result").at("structuredContent"),
+                          (Json{{"notes", expected},
+                                {"returned", expected.size()},
+                                {"total_matches", order.size()}}))
+                    << asked.dump();
+            }
+        }
     }
 }
 
