@@ -17,10 +17,9 @@ class IoMode {
         if (const char* previous = std::getenv("VORLO_MCP_IO")) previous_ = previous;
         setVariable(mode.empty() || mode == "one core" ? std::nullopt : std::optional(mode));
         if (mode != "one core" || ::sched_getaffinity(0, sizeof mask_, &mask_) != 0) return;
-        cpu_set_t one;
+        cpu_set_t one; // the processor it runs on now, which the mask allows
         CPU_ZERO(&one);
-        for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++cpu)
-            if (CPU_ISSET(cpu, &mask_)) CPU_SET(cpu, &one);
+        CPU_SET(std::max(::sched_getcpu(), 0), &one);
         pinned_ = ::sched_setaffinity(0, sizeof one, &one) == 0;
     }
     ~IoMode() {

@@ -24,6 +24,8 @@ struct ExitResult {
 
 class ServerProcess {
   public:
+    using Clock = std::chrono::steady_clock;
+
     // Starts build/vorlo-mcp with a clean environment, as MCP clients start servers: HOME, PATH,
     // VORLO_MCP_PREFERENCES (when `preferencesPath` is given) and `extraEnvironment` ("NAME=value").
     explicit ServerProcess(std::optional<std::string> preferencesPath,
@@ -70,7 +72,7 @@ class ServerProcess {
     }
     // One line of standard output without its newline; absent on timeout or end of output.
     std::optional<std::string> readLine(std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        const auto deadline = Clock::now() + timeout;
         std::size_t newline;
         while ((newline = pending_.find('\n')) == std::string::npos)
             if (!fill(deadline)) return std::nullopt;
@@ -87,10 +89,9 @@ class ServerProcess {
     }
     // tools/call with a fresh numeric id; returns the reply's `result` (or the whole reply if an error).
     Json call(std::string_view tool, const Json& arguments) {
-        const Json reply = request({{"jsonrpc", "2.0"},
-                                    {"id", nextId_++},
-                                    {"method", "tools/call"},
-                                    {"params", {{"name", tool}, {"arguments", arguments}}}});
+        const Json params = {{"name", tool}, {"arguments", arguments}};
+        const Json reply =
+            request({{"jsonrpc", "2.0"}, {"id", nextId_++}, {"method", "tools/call"}, {"params", params}});
         return reply.contains("result") ? reply["result"] : reply;
     }
     void closeInput() { ::close(std::exchange(input_, -1)); }
@@ -98,10 +99,10 @@ class ServerProcess {
     // killed: a hung server fails its test instead of hanging the suite.
     ExitResult finish(std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
         closeInput();
-        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        const auto deadline = Clock::now() + timeout;
         while (fill(deadline)) {
         }
-        if (std::chrono::steady_clock::now() >= deadline) ::kill(pid_, SIGKILL);
+        if (Clock::now() >= deadline) ::kill(pid_, SIGKILL);
         int status = 0;
         ::waitpid(std::exchange(pid_, -1), &status, 0);
         ExitResult result{std::exchange(pending_, {}), std::string(::lseek(error_, 0, SEEK_END), '\0'),
@@ -114,14 +115,12 @@ class ServerProcess {
 
   private:
     // Appends what standard output holds once it is readable; false on timeout or end of output.
-    bool fill(std::chrono::steady_clock::time_point deadline) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        pollfd descriptor{output_, POLLIN, 0};
+    bool fill(Clock::time_point deadline) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd out{output_, POLLIN, 0};
         char chunk[65536];
-        const ssize_t n = ::poll(&descriptor, 1, std::max<int>(left.count(), 0)) > 0
-                              ? ::read(output_, chunk, sizeof chunk)
-                              : 0;
+        const ssize_t n =
+            ::poll(&out, 1, std::max<int>(left, 0)) > 0 ? ::read(output_, chunk, sizeof chunk) : 0;
         pending_.append(chunk, std::max<ssize_t>(n, 0));
         return n > 0;
     }
