@@ -15,19 +15,17 @@
 
 namespace vorlo::testing {
 
+inline std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> pieces(1);
+    for (const char c : text)
+        c == separator ? (void)pieces.emplace_back() : pieces.back().push_back(c);
+    return pieces;
+}
+
 // A name is a stem and an extension, each in one of the spellings of its group ("|" between them),
 // which compare equal: in case, by full case folding (the Kelvin sign is k, "\u00df" is "ss"), by
 // canonical equivalence (the Ohm sign is omega; marks in either order). Stems 9 and 10 are not
 // UTF-8; 11 and 12 are what a lenient decoder would make of them and a look-alike of "/".
-inline std::vector<std::string> split(std::string_view text, char separator) {
-    std::vector<std::string> pieces(1);
-    for (const char c : text)
-        if (c == separator)
-            pieces.emplace_back();
-        else
-            pieces.back().push_back(c);
-    return pieces;
-}
 inline const std::vector<std::string> kStems =
     split("plan|Plan|PLAN;caf\u00e9|cafe\u0301|CAF\u00c9|CAFE\u0301;stra\u00dfe|STRASSE|Strasse;\u212a|k|K;"
           "\u2126|\u03c9|\u03a9;\u1e69|s\u0323\u0307|s\u0307\u0323|\u1e68;Vorlo Data|vorlo data|VORLO DATA;"

@@ -1,8 +1,8 @@
 // The four reading tools called in-process as a client calls them. Each row is a call and what must
-// come back: the exact text of the failure, or the parts of the structured result that matter (for
-// read_attachment with the delivered item under "delivered"). What list_notes and search_notes
-// find, and in what order, is held against a full sort in StreamedScanTest; which files are notes,
-// against the rules in NoteLookupTest.
+// come back: "TOOL ARGUMENTS ! TEXT" fails with exactly TEXT; "TOOL ARGUMENTS ~> JSON" succeeds with
+// a structured result that holds JSON (for read_attachment with the delivered item as "delivered").
+// What list_notes and search_notes find, and in what order, is held against a full sort in
+// StreamedScanTest; which files are notes, against the rules in NoteLookupTest.
 #include "support/TempLibrary.h"
 #include "tools/Limits.h"
 
@@ -13,25 +13,14 @@
 namespace vorlo::testing {
 namespace {
 
-const std::string kNoNote = "No unlocked Vorlo note exists at that path.";
-const std::string kBadPath = "path must identify a Markdown note inside the Vorlo library.";
-const std::string kNotAName = "attachment_name must be a filename returned by read_note.";
-const std::string kNotListed = "That attachment does not belong to the requested note.";
-const std::string kUnreadable = "The selected Vorlo library could not be read.";
 const std::string kId = "12345678-90AB-CDEF-1234-567890ABCDEF";
 const std::string kFolder = "Vorlo Data/Attachments/" + kId + "/";
-
-struct Call {
-    const char* tool;
-    std::string arguments; // JSON
-    std::string expected;  // a failure's text, or JSON that the result must hold
-};
 
 // Whether `actual` holds all that `expected` does: objects key by key, arrays element by element.
 bool holds(const Json& actual, const Json& expected) {
     if (expected.is_object())
         return actual.is_object() &&
-               std::all_of(expected.items().begin(), expected.items().end(), [&](const auto& item) {
+               std::all_of(expected.items().begin(), expected.items().end(), [&](auto item) {
                    return actual.contains(item.key()) && holds(actual.at(item.key()), item.value());
                });
     if (!expected.is_array()) return actual == expected;
@@ -41,20 +30,23 @@ bool holds(const Json& actual, const Json& expected) {
     return true;
 }
 
-void expectCalls(const TempLibrary& library, const std::vector<Call>& calls) {
-    for (const Call& call : calls) {
-        SCOPED_TRACE(std::string(call.tool) + " " + call.arguments);
-        const Json result = library.call(call.tool, Json::parse(call.arguments)).at("result");
+void expectCalls(const TempLibrary& library, const std::vector<std::string>& rows) {
+    for (const std::string& row : rows) {
+        SCOPED_TRACE(row);
+        const std::size_t space = row.find(' '), arrow = row.find(" ~> "), bang = row.find(" ! ");
+        const std::string tool = row.substr(0, space), expected = row.substr(std::min(arrow, bang) + 3);
+        const Json arguments = Json::parse(row.substr(space + 1, std::min(arrow, bang) - space - 1));
+        const Json result = library.call(tool, arguments).at("result");
         if (result.at("isError").get<bool>()) {
-            EXPECT_EQ(result.at("content").at(0).at("text"), call.expected);
+            EXPECT_EQ(result.at("content").at(0).at("text"), bang < arrow ? expected : "(a success)");
             continue;
         }
         Json structured = result.at("structuredContent");
-        if (std::string_view(call.tool) == "read_attachment") {
+        if (tool == "read_attachment") {
             EXPECT_EQ(result.at("content").at(0).at("text"), structured.dump(2));
             structured["delivered"] = result.at("content").at(1);
         }
-        EXPECT_TRUE(call.expected.starts_with("{") && holds(structured, Json::parse(call.expected)))
+        EXPECT_TRUE(arrow < bang && holds(structured, Json::parse(expected)))
             << structured.dump().substr(0, 2000);
     }
 }
@@ -68,31 +60,30 @@ TEST(ReadTools, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
     expectCalls(
         library,
         {
-            {"list_notes", R"({"limit":"10","folder":1,"tag":1})", "limit must be a number."},
-            {"list_notes", R"({"folder":1,"tag":1})", "folder must be a short string."},
-            {"list_notes", R"({"tag":null})", "tag must be a short string."},
-            {"list_notes", R"({})", kUnreadable},
-            {"search_notes", R"({"limit":"x"})", "query is required."},
-            {"search_notes", R"({"query":null})", "query is required."},
-            {"search_notes", R"({"query":" \n\t ","limit":"x"})", "query must contain 1 to 1000 characters."},
-            {"search_notes", R"({"query":")" + longest + R"(e"})",
-             "query must contain 1 to 1000 characters."},
-            {"search_notes", R"({"query":"x","limit":"x"})", "limit must be a number."},
-            {"search_notes", R"({"query":"\n )" + longest + R"( \n"})", kUnreadable},
-            {"read_note", R"({"path":5,"max_characters":"x"})", "path is required."},
-            {"read_note", R"({"path":"a.txt","max_characters":"x"})", kBadPath},
-            {"read_note", R"({"path":"a\\..\\b.md"})", kBadPath},
-            {"read_note", R"({"path":"a.md","max_characters":"100"})", "max_characters must be a number."},
-            {"read_note", R"({"path":"a.MD","max_characters":0})", kUnreadable},
-            {"read_attachment", R"({"attachment_name":"x.png"})", "path is required."},
-            {"read_attachment", R"({"path":"a.txt","attachment_name":5})", kBadPath},
-            {"read_attachment", R"({"path":"a.md","attachment_name":5})",
-             "attachment_name must be a short string."},
-            {"read_attachment", R"({"path":"a.md"})", kNotAName},
-            {"read_attachment", R"({"path":"a.md","attachment_name":"   "})", kNotAName},
-            {"read_attachment", R"({"path":"a.md","attachment_name":"sub/photo.png"})", kNotAName},
-            {"read_attachment", R"({"path":"a.md","attachment_name":"sub\\photo.png"})", kNotAName},
-            {"read_attachment", R"({"path":"a.md","attachment_name":" photo.png "})", kUnreadable},
+            R"(list_notes {"limit":"10","folder":1,"tag":1} ! limit must be a number.)",
+            R"(list_notes {"folder":1,"tag":1} ! folder must be a short string.)",
+            R"(list_notes {"tag":null} ! tag must be a short string.)",
+            R"(list_notes {} ! The selected Vorlo library could not be read.)",
+            R"(search_notes {"limit":"x"} ! query is required.)",
+            R"(search_notes {"query":null} ! query is required.)",
+            R"(search_notes {"query":" \n\t ","limit":"x"} ! query must contain 1 to 1000 characters.)",
+            R"(search_notes {"query":")" + longest + R"(e"} ! query must contain 1 to 1000 characters.)",
+            R"(search_notes {"query":"x","limit":"x"} ! limit must be a number.)",
+            R"(search_notes {"query":"\n )" + longest +
+                R"( \n"} ! The selected Vorlo library could not be read.)",
+            R"(read_note {"path":5,"max_characters":"x"} ! path is required.)",
+            R"(read_note {"path":"a.txt","max_characters":"x"} ! path must identify a Markdown note inside the Vorlo library.)",
+            R"(read_note {"path":"a\\..\\b.md"} ! path must identify a Markdown note inside the Vorlo library.)",
+            R"(read_note {"path":"a.md","max_characters":"100"} ! max_characters must be a number.)",
+            R"(read_note {"path":"a.MD","max_characters":0} ! The selected Vorlo library could not be read.)",
+            R"(read_attachment {"attachment_name":"x.png"} ! path is required.)",
+            R"(read_attachment {"path":"a.txt","attachment_name":5} ! path must identify a Markdown note inside the Vorlo library.)",
+            R"(read_attachment {"path":"a.md","attachment_name":5} ! attachment_name must be a short string.)",
+            R"(read_attachment {"path":"a.md"} ! attachment_name must be a filename returned by read_note.)",
+            R"(read_attachment {"path":"a.md","attachment_name":"   "} ! attachment_name must be a filename returned by read_note.)",
+            R"(read_attachment {"path":"a.md","attachment_name":"a/b.png"} ! attachment_name must be a filename returned by read_note.)",
+            R"(read_attachment {"path":"a.md","attachment_name":"a\\b.png"} ! attachment_name must be a filename returned by read_note.)",
+            R"(read_attachment {"path":"a.md","attachment_name":" photo.png "} ! The selected Vorlo library could not be read.)",
         });
 }
 
@@ -101,7 +92,8 @@ TEST(ReadTools, AnswerWithTheNoteTheScanFindsAndItsAttachments) {
     library.write("abc.md", "abc");
     library.write("Emoji/e.md", "😀👍🏽🇩🇪");
     library.write("long.md", std::string(kMaximumReadCharacters, 'x') + "y");
-    library.write("Note.md", "---\nid: " + std::string("12345678-90ab-cdef-1234-567890abcdef") + "\n---\n");
+    library.write("Note.md",
+                  "---\nid: 12345678-90ab-cdef-1234-567890abcdef\n---\n"); // its folder's name is canonical
     const std::pair<const char*, const char*> attachments[] = {
         {"photo.png", "\x89PNG"}, {"drawing.svg", "<svg/>"}, {"notes.txt", "héllo"},
         {"bad.txt", "\xff"},      {"my Report.PDF", "%PDF"}, {"README", ""},
@@ -115,94 +107,74 @@ TEST(ReadTools, AnswerWithTheNoteTheScanFindsAndItsAttachments) {
     library.write("Linked.md", "---\nid: AAAAAAAA-BBBB-CCCC-DDDD-EEEEEEEEEEEE\n---\n");
     library.link("Vorlo Data/Attachments/AAAAAAAA-BBBB-CCCC-DDDD-EEEEEEEEEEEE", library.path(kFolder));
     library.write("Big.md", "---\nid: FFFFFFFF-BBBB-CCCC-DDDD-EEEEEEEEEEEE\n---\n");
-    library.write("Vorlo Data/Attachments/FFFFFFFF-BBBB-CCCC-DDDD-EEEEEEEEEEEE/at.txt",
-                  std::string(kMaximumAttachmentBytes, 'a'));
-    library.write("Vorlo Data/Attachments/FFFFFFFF-BBBB-CCCC-DDDD-EEEEEEEEEEEE/over.txt",
-                  std::string(kMaximumAttachmentBytes + 1, 'a'));
-    const std::string uri = R"("uri":"vorlo://attachment/)" + kId + "/"; // a blank in a name stays as it is
+    const std::string big = "Vorlo Data/Attachments/FFFFFFFF-BBBB-CCCC-DDDD-EEEEEEEEEEEE/";
+    library.write(big + "at.txt", std::string(kMaximumAttachmentBytes, 'a'));
+    library.write(big + "over.txt", std::string(kMaximumAttachmentBytes + 1, 'a'));
     expectCalls(
         library,
         {
-            {"read_note", R"({"path":"ABC.md","max_characters":0})", R"({"content":"a","truncated":true})"},
-            {"read_note", R"({"path":"abc.md","max_characters":-3})", R"({"content":"a","truncated":true})"},
-            {"read_note", R"({"path":"abc.md","max_characters":true})",
-             R"({"content":"a","truncated":true})"},
-            {"read_note", R"({"path":"abc.md","max_characters":2.9})",
-             R"({"content":"ab","truncated":true})"},
-            {"read_note", R"({"path":"abc.md","max_characters":3})",
-             R"({"content":"abc","truncated":false})"},
-            {"read_note", R"({"path":"emoji\\E.MD","max_characters":2})",
-             R"({"path":"Emoji/e.md","content":"😀👍🏽","truncated":true,"preview":"😀👍🏽🇩🇪"})"},
-            {"read_note", R"({"path":"Emoji/e.md","max_characters":3})",
-             R"({"content":"😀👍🏽🇩🇪","truncated":false})"},
-            {"read_note", R"({"path":"long.md"})", R"({"truncated":true})"},
-            {"read_note", R"({"path":"long.md","max_characters":999999})", R"({"truncated":true})"},
-            {"read_note", R"({"path":" abc.md"})", kNoNote},
-            {"read_note", R"({"path":"Note.md"})",
-             R"({"attachments":[
-            {"name":"a.tar.GZ","type":"gz","size_bytes":3,"library_relative_path":")" +
-                 kFolder + R"(a.tar.GZ"},
-            {"name":"bad.txt"},{"name":"drawing.svg"},{"name":"my Report.PDF"},{"name":"notes.txt"},
-            {"name":"photo.png"},{"name":"README","type":""}]})"},
-            {"read_note", R"({"path":"Linked.md"})", R"({"attachments":[]})"},
-            {"read_note", R"({"path":"NoId.md"})", R"({"attachments":[]})"},
-            {"read_attachment", R"({"path":"note.MD","attachment_name":"PHOTO.PNG"})",
-             R"({"note_path":"Note.md","name":"photo.png","type":"png","mime_type":"image/png","size_bytes":4,
-             "delivered":{"type":"image","data":"iVBORw==","mimeType":"image/png"}})"},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"drawing.svg"})",
-             R"({"delivered":{"type":"image","data":"PHN2Zy8+","mimeType":"image/svg+xml"}})"},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"notes.txt"})",
-             R"({"mime_type":"text/plain","delivered":{"type":"text","text":"héllo"}})"},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"bad.txt"})",
-             R"({"delivered":{"type":"resource","resource":{)" + uri +
-                 R"(bad.txt","mimeType":"text/plain","blob":"/w=="}}})"},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"my Report.PDF"})",
-             R"({"type":"pdf","delivered":{"resource":{)" + uri + R"(my Report.PDF","name":"my Report.PDF",
-             "mimeType":"application/pdf","blob":"JVBERg=="}}})"},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"README"})",
-             R"({"type":"","mime_type":"application/octet-stream","delivered":{"resource":{"blob":""}}})"},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"a.tar.GZ"})",
-             R"({"type":"gz","mime_type":"application/octet-stream"})"},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"link.png"})", kNotListed},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":".hidden.png"})", kNotListed},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"sub"})", kNotListed},
-            {"read_attachment", R"({"path":"Note.md","attachment_name":"inner.png"})", kNotListed},
-            {"read_attachment", R"({"path":"NoId.md","attachment_name":"x.png"})", kNotListed},
-            {"read_attachment", R"({"path":"Other.md","attachment_name":"photo.png"})", kNoNote},
-            {"read_attachment", R"({"path":"Big.md","attachment_name":"at.txt"})",
-             "{\"size_bytes\":" + std::to_string(kMaximumAttachmentBytes) + "}"},
-            {"read_attachment", R"({"path":"Big.md","attachment_name":"over.txt"})",
-             "The attachment exceeds Vorlo's 33554432-byte MCP transfer limit."},
+            R"(read_note {"path":"ABC.md","max_characters":0} ~> {"content":"a","truncated":true})",
+            R"(read_note {"path":"abc.md","max_characters":-3} ~> {"content":"a","truncated":true})",
+            R"(read_note {"path":"abc.md","max_characters":true} ~> {"content":"a","truncated":true})",
+            R"(read_note {"path":"abc.md","max_characters":2.9} ~> {"content":"ab","truncated":true})",
+            R"(read_note {"path":"abc.md","max_characters":3} ~> {"content":"abc","truncated":false})",
+            R"(read_note {"path":"emoji\\E.MD","max_characters":2} ~> {"path":"Emoji/e.md","content":"😀👍🏽","truncated":true,"preview":"😀👍🏽🇩🇪"})",
+            R"(read_note {"path":"Emoji/e.md","max_characters":3} ~> {"content":"😀👍🏽🇩🇪","truncated":false})",
+            R"(read_note {"path":"long.md"} ~> {"truncated":true})",
+            R"(read_note {"path":"long.md","max_characters":999999} ~> {"truncated":true})",
+            R"(read_note {"path":" abc.md"} ! No unlocked Vorlo note exists at that path.)",
+            R"(read_note {"path":"Note.md"} ~> {"attachments":[{"name":"a.tar.GZ","type":"gz","size_bytes":3,"library_relative_path":")" +
+                kFolder + R"(a.tar.GZ"},{"name":"bad.txt"},{"name":"drawing.svg"},{"name":"my Report.PDF"},
+            {"name":"notes.txt"},{"name":"photo.png"},{"name":"README","type":""}]})",
+            R"(read_note {"path":"Linked.md"} ~> {"attachments":[]})",
+            R"(read_note {"path":"NoId.md"} ~> {"attachments":[]})",
+            R"(read_attachment {"path":"note.MD","attachment_name":"PHOTO.PNG"} ~> {"note_path":"Note.md","name":"photo.png","type":"png","mime_type":"image/png","size_bytes":4,"delivered":{"type":"image","data":"iVBORw==","mimeType":"image/png"}})",
+            R"(read_attachment {"path":"Note.md","attachment_name":"drawing.svg"} ~> {"delivered":{"type":"image","data":"PHN2Zy8+","mimeType":"image/svg+xml"}})",
+            R"(read_attachment {"path":"Note.md","attachment_name":"notes.txt"} ~> {"mime_type":"text/plain","delivered":{"type":"text","text":"héllo"}})",
+            R"(read_attachment {"path":"Note.md","attachment_name":"bad.txt"} ~> {"delivered":{"type":"resource","resource":{"mimeType":"text/plain","blob":"/w=="}}})",
+            R"(read_attachment {"path":"Note.md","attachment_name":"my Report.PDF"} ~> {"type":"pdf","delivered":{"resource":{"uri":"vorlo://attachment/)" +
+                kId +
+                R"(/my Report.PDF","name":"my Report.PDF","mimeType":"application/pdf","blob":"JVBERg=="}}})",
+            R"(read_attachment {"path":"Note.md","attachment_name":"README"} ~> {"type":"","mime_type":"application/octet-stream","delivered":{"resource":{"blob":""}}})",
+            R"(read_attachment {"path":"Note.md","attachment_name":"a.tar.GZ"} ~> {"type":"gz","mime_type":"application/octet-stream"})",
+            R"(read_attachment {"path":"Note.md","attachment_name":"link.png"} ! That attachment does not belong to the requested note.)",
+            R"(read_attachment {"path":"Note.md","attachment_name":".hidden.png"} ! That attachment does not belong to the requested note.)",
+            R"(read_attachment {"path":"Note.md","attachment_name":"sub"} ! That attachment does not belong to the requested note.)",
+            R"(read_attachment {"path":"Note.md","attachment_name":"inner.png"} ! That attachment does not belong to the requested note.)",
+            R"(read_attachment {"path":"NoId.md","attachment_name":"x.png"} ! That attachment does not belong to the requested note.)",
+            R"(read_attachment {"path":"Other.md","attachment_name":"photo.png"} ! No unlocked Vorlo note exists at that path.)",
+            R"(read_attachment {"path":"Big.md","attachment_name":"at.txt"} ~> {"size_bytes":)" +
+                std::to_string(kMaximumAttachmentBytes) + "}",
+            R"(read_attachment {"path":"Big.md","attachment_name":"over.txt"} ! The attachment exceeds Vorlo's 33554432-byte MCP transfer limit.)",
         });
 }
 
-TEST(ReadTools, AttachmentFolderLeadingOutOfTheLibraryIsListedButNeverRead) {
+// The attachment folder is listed through links on the way to it, so its file is offered; what
+// lies outside the library is never delivered. Only what lies past the library's own path is
+// judged, so a library reached through a link works.
+TEST(ReadTools, AttachmentsOutsideTheLibraryAreNeverRead) {
     TempLibrary library;
     library.write("Note.md", "---\nid: " + kId + "\n---\n");
-    writeFile(library.root() + "/outside.png", "x");
     std::filesystem::create_directories(library.root() + "/Outside/Attachments/" + kId);
     writeFile(library.root() + "/Outside/Attachments/" + kId + "/x.png", "outside");
     library.link("Vorlo Data", library.root() + "/Outside");
-    expectCalls(library, {{"read_note", R"({"path":"Note.md"})", R"({"attachments":[{"name":"x.png"}]})"},
-                          {"read_attachment", R"({"path":"Note.md","attachment_name":"x.png"})",
-                           "The requested attachment is not a safe Vorlo file."}});
-}
+    expectCalls(
+        library,
+        {R"(read_note {"path":"Note.md"} ~> {"attachments":[{"name":"x.png"}]})",
+         R"(read_attachment {"path":"Note.md","attachment_name":"x.png"} ! The requested attachment is not a safe Vorlo file.)"});
 
-// Only what lies past the library's own path is judged, so a library reached through a link works.
-TEST(ReadTools, LibraryReachedThroughALinkWorks) {
-    TempLibrary library;
-    library.write("Note.md", "---\nid: " + kId + "\n---\n");
+    std::filesystem::remove(library.path("Vorlo Data"));
     library.write(kFolder + "a.txt", "text");
     std::filesystem::create_directory_symlink(library.root(), library.root() + "/Linked");
-    const VorloMCPServer server(library.root() + "/Linked/Library", library.preferences());
     const Json request = {
         {"jsonrpc", "2.0"},
         {"id", 1},
         {"method", "tools/call"},
         {"params",
          {{"name", "read_attachment"}, {"arguments", {{"path", "Note.md"}, {"attachment_name", "a.txt"}}}}}};
-    const Json reply = Json::parse(*server.handle(request.dump()));
-    EXPECT_EQ(reply.at("result").at("content").at(1).at("text"), "text") << reply;
+    const auto reply =
+        VorloMCPServer(library.root() + "/Linked/Library", library.preferences()).handle(request.dump());
+    EXPECT_EQ(Json::parse(*reply).at("result").at("content").at(1).at("text"), "text") << *reply;
 }
 
 } // namespace
