@@ -22,13 +22,12 @@
 // call's note (or of its result when it has none). To contain: every member given is there and
 // contains what is given (null: is absent); an array contains one of its length whose elements
 // contain the given ones in order, or for objects in any order (a listing follows the file system).
-// A case ends as "exit 0" unless it says otherwise, and leaves no lock or temporary file behind.
+// A server still running when its case ends must pass "exit 0", and no case may leave a lock or a
+// temporary file behind.
 #include "e2e/WritingHelpers.h"
 #include "platform/Crypto.h"
 #include "platform/Time.h"
 #include "support/ServerProcess.h"
-
-#include <memory>
 
 namespace vorlo::testing {
 namespace {
@@ -117,7 +116,7 @@ class Session {
             SCOPED_TRACE(step);
             this->step(withPlaceholders(step));
         }
-        if (!finished_ || server_) step("exit 0");
+        if (server_) step("exit 0");
         EXPECT_EQ(leftovers(library_), std::vector<std::string>());
     }
 
@@ -135,7 +134,7 @@ class Session {
     }
 
     ServerProcess& server() {
-        if (!server_) server_ = std::make_unique<ServerProcess>(preferencesPath_, environment_);
+        if (!server_) server_.emplace(preferencesPath_, environment_);
         return *server_;
     }
 
@@ -226,7 +225,6 @@ class Session {
             EXPECT_EQ(result.standardError, message ? unescape(*message) + "\n" : "");
             EXPECT_EQ(result.standardOutput, "");
             server_.reset();
-            finished_ = true;
         } else if (word == "is") {
             EXPECT_EQ(library_.read(path), content());
         } else if (word == "absent") {
@@ -241,8 +239,7 @@ class Session {
     TempLibrary library_;
     std::optional<std::string> preferencesPath_ = library_.preferences();
     std::vector<std::string> environment_;
-    std::unique_ptr<ServerProcess> server_;
-    bool finished_ = false;
+    std::optional<ServerProcess> server_;
     Json last_ = Json::object();
 };
 
