@@ -6,7 +6,7 @@
 #include <csignal>
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN); // a server that has exited must not take a test down with it
     vorlo::text::adoptLocaleFromEnvironment();
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

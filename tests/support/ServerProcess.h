@@ -30,7 +30,6 @@ class ServerProcess {
     // VORLO_MCP_PREFERENCES (when `preferencesPath` is given) and `extraEnvironment` ("NAME=value").
     explicit ServerProcess(std::optional<std::string> preferencesPath,
                            std::vector<std::string> extraEnvironment = {}) {
-        std::signal(SIGPIPE, SIG_IGN); // a server that has exited must not take the test down with it
         std::vector<std::string> environment = std::move(extraEnvironment);
         environment.push_back("PATH=/usr/bin:/bin");
         if (const char* home = std::getenv("HOME")) environment.push_back(std::string("HOME=") + home);
@@ -65,7 +64,8 @@ class ServerProcess {
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
 
-    // Writes all of `bytes`, or stops quietly when the server has gone: the caller's next read tells.
+    // Writes all of `bytes`, or stops quietly when the server has gone (the test binary ignores
+    // SIGPIPE): the caller's next read tells.
     void send(std::string_view bytes) {
         for (ssize_t n = 0; !bytes.empty(); bytes.remove_prefix(std::max<ssize_t>(n, 0)))
             if ((n = ::write(input_, bytes.data(), bytes.size())) < 0 && errno != EINTR) return;
