@@ -6,16 +6,20 @@
 #include "platform/Utf8.h"
 
 #include <cstring>
+#include <unordered_set>
 
 namespace vorlo::library {
 namespace {
 
 // [\p{L}\p{N}_-]: the characters of a tag's segments.
-bool isSegmentCharacter(char32_t c) { return c == '_' || c == '-' || text::isLetter(c) || text::isNumber(c); }
+bool isSegmentCharacter(char32_t c) {
+    return c == '_' || c == '-' || text::isLetter(c) || text::isNumber(c);
+}
 
 char32_t codePointBefore(std::string_view body, std::size_t offset) {
     std::size_t start = offset - 1;
-    while (start > 0 && (static_cast<unsigned char>(body[start]) & 0xC0) == 0x80) --start;
+    while (start > 0 && (static_cast<unsigned char>(body[start]) & 0xC0) == 0x80)
+        --start;
     return text::nextCodePoint(body, start);
 }
 
@@ -24,9 +28,9 @@ char32_t codePointBefore(std::string_view body, std::size_t offset) {
 // the "#", even past an empty segment that ends the tag itself ("#1//a" is the tag "1").
 std::size_t tagEnd(std::string_view body, std::size_t hash) {
     const std::size_t start = hash + 1;
-    std::size_t end = start;       // the end of the tag so far
-    bool tagOpen = true;           // false once an empty segment has ended the tag
-    bool segmentEmpty = true;      // no character yet in the current segment
+    std::size_t end = start;  // the end of the tag so far
+    bool tagOpen = true;      // false once an empty segment has ended the tag
+    bool segmentEmpty = true; // no character yet in the current segment
     bool hasLetterOrUnderscore = false;
     std::size_t offset = start;
     while (offset < body.size() && (tagOpen || !hasLetterOrUnderscore)) {
@@ -49,8 +53,7 @@ std::size_t tagEnd(std::string_view body, std::size_t hash) {
 
 } // namespace
 
-std::vector<std::string> inlineTags(std::string_view body) {
-    std::vector<std::string> tags;
+void forEachInlineTag(std::string_view body, const std::function<bool(std::string_view tag)>& visit) {
     std::size_t from = 0;
     while (from < body.size()) {
         const void* found = std::memchr(body.data() + from, '#', body.size() - from);
@@ -63,9 +66,27 @@ std::vector<std::string> inlineTags(std::string_view body) {
         }
         const std::size_t end = tagEnd(body, hash);
         if (end == hash + 1) continue;
-        tags.emplace_back(body.substr(hash + 1, end - hash - 1));
+        if (!visit(body.substr(hash + 1, end - hash - 1))) return;
         from = end;
     }
+}
+
+std::vector<std::string> inlineTags(std::string_view body) {
+    std::vector<std::string> tags;
+    forEachInlineTag(body, [&](std::string_view tag) {
+        tags.emplace_back(tag);
+        return true;
+    });
+    return tags;
+}
+
+std::vector<std::string_view> distinctInlineTags(std::string_view body) {
+    std::vector<std::string_view> tags;
+    std::unordered_set<std::string_view> seen;
+    forEachInlineTag(body, [&](std::string_view tag) {
+        if (seen.insert(tag).second) tags.push_back(tag);
+        return true;
+    });
     return tags;
 }
 

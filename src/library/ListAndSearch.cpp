@@ -49,13 +49,13 @@ class NoteView {
     const library::NoteParts& parts() const { return parts_; }
     std::string_view body() const { return text_.substr(parts_.bodyStart); }
 
-    // Header tags then inline tags, as the record's tag list holds them before duplicates go, which
-    // changes nothing for a test of whether any of them qualifies.
+    // Header tags then inline tags, each spelling once: the record's tag list before canonically
+    // equivalent spellings go, which changes nothing for a test of whether any of them qualifies.
     template <typename Predicate> bool anyTag(Predicate qualifies) const {
         if (parts_.tags)
-            if (const auto tags = decodeJsonStringArray(*parts_.tags))
+            if (const auto tags = decodeDistinctJsonStringArray(*parts_.tags))
                 if (std::any_of(tags->begin(), tags->end(), qualifies)) return true;
-        const auto inline_ = library::inlineTags(body());
+        const auto inline_ = library::distinctInlineTags(body());
         return std::any_of(inline_.begin(), inline_.end(), qualifies);
     }
 
@@ -128,7 +128,8 @@ Json VorloMCPServer::listNotes(const Json& arguments) const {
         [&](library::NoteFile&& file) {
             const std::size_t position = total;
             const NoteView view(file.bytes, scratch);
-            if (wantedTag && !view.anyTag([&](const std::string& noteTag) { return wantedTag->matches(noteTag); }))
+            if (wantedTag &&
+                !view.anyTag([&](std::string_view noteTag) { return wantedTag->matches(noteTag); }))
                 return;
             ++total;
             Entry entry{library::listingDate(view.parts().modified, file.modified), {}, position, {}};
@@ -188,7 +189,7 @@ Json VorloMCPServer::searchNotes(const Json& arguments) const {
             if (search.foundIn(library::noteTitle(view.parts(), file.relativePath)))
                 score = 2;
             else if (search.foundIn(view.body()) ||
-                     view.anyTag([&](const std::string& t) { return search.foundIn(t); }))
+                     view.anyTag([&](std::string_view t) { return search.foundIn(t); }))
                 score = 1;
             const std::size_t at = position++;
             if (score == 0) return;

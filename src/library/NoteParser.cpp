@@ -41,12 +41,16 @@ void readHeader(std::string_view header, NoteParts& parts) {
 }
 
 // Header tags then inline tags; of canonically equivalent spellings the first stays, and the
-// order is that of the code points of the composed form, whatever the locale.
-std::vector<std::string> mergeTags(std::vector<std::string> headerTags, std::vector<std::string> inlineTags) {
+// order is that of the code points of the composed form, whatever the locale. Both lists come
+// without exact repeats, so the work follows the distinct tags, not their occurrences.
+std::vector<std::string> mergeTags(std::vector<std::string> headerTags,
+                                   const std::vector<std::string_view>& inlineTags) {
     std::vector<std::pair<std::string, std::string>> keyed; // composed form, spelling
     keyed.reserve(headerTags.size() + inlineTags.size());
-    for (auto* list : {&headerTags, &inlineTags})
-        for (std::string& tag : *list) keyed.emplace_back(text::canonicalComposition(tag), std::move(tag));
+    for (std::string& tag : headerTags)
+        keyed.emplace_back(text::canonicalComposition(tag), std::move(tag));
+    for (const std::string_view tag : inlineTags)
+        keyed.emplace_back(text::canonicalComposition(tag), tag);
     // UTF-8 byte order is code point order; the stable sort keeps the first spelling of equals first.
     std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     keyed.erase(std::unique(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first == b.first; }),
@@ -136,13 +140,13 @@ NoteRecord parseNote(std::string text, std::string relativePath, std::optional<T
     if (parts.created) note.created = std::string(*parts.created);
     if (parts.modified) note.modified = std::string(*parts.modified);
     if (parts.tags)
-        if (auto tags = decodeJsonStringArray(*parts.tags)) headerTags = std::move(*tags);
+        if (auto tags = decodeDistinctJsonStringArray(*parts.tags)) headerTags = std::move(*tags);
     note.pinned = parts.pinned == "true";
     note.archived = parts.archived == "true";
     // The header views point into `text`, so the body is cut out only after they are read.
     text.erase(0, parts.bodyStart);
 
-    note.tags = mergeTags(std::move(headerTags), inlineTags(text));
+    note.tags = mergeTags(std::move(headerTags), distinctInlineTags(text));
     note.content = std::move(text);
     note.relativeFolder = folderOf(relativePath);
     note.relativePath = std::move(relativePath);

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <unordered_set>
+#include <utility>
 
 namespace vorlo {
 namespace {
@@ -121,6 +123,47 @@ std::optional<std::vector<std::string>> decodeJsonStringArray(std::string_view t
         strings.push_back(element.get<std::string>());
     }
     return strings;
+}
+
+namespace {
+
+// Accepts one array of strings and nothing else: any other value, or a nested one, stops the parse.
+class DistinctStrings final : public nlohmann::json_sax<Json> {
+  public:
+    bool null() override { return false; }
+    bool boolean(bool) override { return false; }
+    bool number_integer(number_integer_t) override { return false; }
+    bool number_unsigned(number_unsigned_t) override { return false; }
+    bool number_float(number_float_t, const string_t&) override { return false; }
+    bool binary(binary_t&) override { return false; }
+    bool start_object(std::size_t) override { return false; }
+    bool key(string_t&) override { return false; }
+    bool end_object() override { return false; }
+    bool start_array(std::size_t) override { return !std::exchange(opened_, true); }
+    bool end_array() override { return true; }
+    bool string(string_t& value) override {
+        if (!opened_) return false;
+        if (seen_.insert(value).second) strings_.push_back(value);
+        return true;
+    }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+        return false;
+    }
+    std::vector<std::string> take() { return std::move(strings_); }
+
+  private:
+    bool opened_ = false;
+    std::unordered_set<std::string> seen_;
+    std::vector<std::string> strings_;
+};
+
+} // namespace
+
+std::optional<std::vector<std::string>> decodeDistinctJsonStringArray(std::string_view text) {
+    if (std::memchr(text.data(), '\0', text.size()) != nullptr) return std::nullopt;
+    DistinctStrings strings;
+    if (!Json::sax_parse(text.begin(), text.end(), &strings)) return std::nullopt;
+    return strings.take();
 }
 
 bool isNumberOrBoolean(const Json& value) { return value.is_number() || value.is_boolean(); }

@@ -38,6 +38,9 @@ std::optional<std::string> decodeJsonString(std::string_view text);
 
 // A JSON array whose every element is a string; absent for anything else.
 std::optional<std::vector<std::string>> decodeJsonStringArray(std::string_view text);
+// The same without exact repeats, in the order of first occurrence. Built without a JSON value, so
+// that a header of millions of copies of one string holds that string once.
+std::optional<std::vector<std::string>> decodeDistinctJsonStringArray(std::string_view text);
 
 // Numbers and booleans count alike for numeric and boolean arguments.
 bool isNumberOrBoolean(const Json& value);
