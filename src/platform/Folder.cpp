@@ -10,6 +10,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <optional>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -44,30 +46,73 @@ int renameExclusive(int folderFd, const char* from, const char* to) {
     return 0;
 }
 
-int removeTreeAt(int parentFd, const char* name) {
-    struct stat status;
-    if (::fstatat(parentFd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    if (!S_ISDIR(status.st_mode)) return sys::unlinkat(parentFd, name, 0) == 0 ? 0 : errno;
-    const int fd = ::openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return errno;
-    DIR* directory = ::fdopendir(fd);
+// The names in the open folder `fd`, "." and ".." left out; absent with errno set. The listing is
+// read through a descriptor of its own, so `fd` keeps its place and stays open.
+std::optional<std::vector<std::string>> entryNames(int fd) {
+    const int listing = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (listing < 0) return std::nullopt;
+    DIR* directory = ::fdopendir(listing);
     if (directory == nullptr) {
         const int error = errno;
-        ::close(fd);
-        return error;
+        ::close(listing);
+        errno = error;
+        return std::nullopt;
     }
-    int result = 0;
     std::vector<std::string> names;
     while (const dirent* entry = ::readdir(directory)) {
         if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
         names.emplace_back(entry->d_name);
     }
-    for (const auto& child : names) {
-        const int error = removeTreeAt(::dirfd(directory), child.c_str());
-        if (error != 0 && result == 0) result = error;
-    }
     ::closedir(directory);
-    if (sys::unlinkat(parentFd, name, AT_REMOVEDIR) != 0 && result == 0) result = errno;
+    return names;
+}
+
+// Removes `name` from the open folder `parentFd` with everything below it. The folders on the way
+// down stand on a stack of our own, each open by descriptor with the names still to remove, so a
+// planted chain of any depth costs memory in proportion to it and never the call stack. Every
+// folder is opened without following a link and every entry removed relative to its folder's
+// descriptor, so a link met anywhere is removed itself and its target is never touched. A chain
+// deeper than the descriptors the process may hold stops at the first folder that cannot be opened
+// and is left in place; the first error is reported.
+int removeTreeAt(int parentFd, const char* name) {
+    struct Level {
+        UniqueFd fd;
+        std::vector<std::string> pending; // entries still to remove
+        std::string name;                 // in the folder one level up
+    };
+    std::vector<Level> stack;
+    int result = 0;
+    const auto note = [&result](int error) {
+        if (result == 0) result = error;
+    };
+    // Removes the entry `name` of `folderFd` if it is no folder, else opens it onto the stack.
+    const auto take = [&](int folderFd, std::string entry) {
+        struct stat status;
+        if (::fstatat(folderFd, entry.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return note(errno);
+        if (!S_ISDIR(status.st_mode)) {
+            if (sys::unlinkat(folderFd, entry.c_str(), 0) != 0) note(errno);
+            return;
+        }
+        UniqueFd fd(::openat(folderFd, entry.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!fd) return note(errno);
+        auto names = entryNames(fd.get());
+        if (!names) return note(errno);
+        stack.push_back(Level{std::move(fd), std::move(*names), std::move(entry)});
+    };
+    take(parentFd, name);
+    while (!stack.empty()) {
+        Level& level = stack.back();
+        if (level.pending.empty()) {
+            const std::string done = std::move(level.name);
+            stack.pop_back();
+            const int parent = stack.empty() ? parentFd : stack.back().fd.get();
+            if (sys::unlinkat(parent, done.c_str(), AT_REMOVEDIR) != 0) note(errno);
+            continue;
+        }
+        std::string entry = std::move(level.pending.back());
+        level.pending.pop_back();
+        take(level.fd.get(), std::move(entry)); // `level` may be stale from here on
+    }
     return result;
 }
 
