@@ -152,11 +152,28 @@ std::string foldText(std::string_view text, bool turkic) {
     return out;
 }
 
-// Whether `text` begins with the lower-case ASCII `needle` once its capitals are lowered.
-bool startsWithLowered(const char* text, std::string_view needle) {
-    for (std::size_t i = 0; i < needle.size(); ++i)
-        if (lowerAscii(text[i]) != needle[i]) return false;
-    return true;
+// How many leading bytes of `text`, its capitals lowered, equal those of the lower-case ASCII `needle`.
+std::size_t loweredPrefixLength(const char* text, std::string_view needle) {
+    std::size_t i = 0;
+    while (i < needle.size() && lowerAscii(text[i]) == needle[i])
+        ++i;
+    return i;
+}
+
+// containsLowered by memmem over lowered copies of one block at a time: memmem's cost stays within
+// a fixed multiple of the text's length whatever the needle. A block repeats the last
+// needle-length - 1 bytes of the one before, where a match may begin, and brings at least as many
+// new ones, so no byte is lowered more than twice.
+bool containsLoweredByBlocks(std::string_view haystack, std::string_view needle) {
+    const std::size_t block = std::max<std::size_t>(65536, needle.size());
+    std::string lowered;
+    for (std::size_t from = 0; from < haystack.size(); from += block) {
+        const std::size_t start = from == 0 ? 0 : from - (needle.size() - 1);
+        lowered.clear();
+        appendFoldedAscii(haystack.substr(start, from + block - start), false, lowered);
+        if (::memmem(lowered.data(), lowered.size(), needle.data(), needle.size()) != nullptr) return true;
+    }
+    return false;
 }
 
 #if defined(__SSE2__)
@@ -171,7 +188,10 @@ __m128i lowered16(__m128i bytes) {
 
 // Whether the lower-case ASCII `needle` occurs in `haystack` with its capitals lowered, read where
 // it stands: no lowered copy is made. Sixteen start positions at a time are filtered by the
-// needle's first and last bytes, and only the survivors are compared in full.
+// needle's first and last bytes, and only the survivors are compared in full. A text and a needle
+// made to pass the filter everywhere and differ late ("aaaa…" against "aa…b…aa") would cost the
+// needle's length at every position, so once the comparisons have cost a few times the text
+// passed, the rest is left to containsLoweredByBlocks.
 bool containsLowered(std::string_view haystack, std::string_view needle) {
     const std::size_t length = needle.size();
     if (length == 0) return true;
@@ -179,6 +199,8 @@ bool containsLowered(std::string_view haystack, std::string_view needle) {
     const char* text = haystack.data();
     const std::size_t starts = haystack.size() - length + 1; // positions where a match may begin
     std::size_t at = 0;
+    std::size_t compared = 0;
+    const auto tooCostly = [&] { return compared > 4 * at + 4096; };
 #if defined(__SSE2__)
     const __m128i first = _mm_set1_epi8(needle.front());
     const __m128i last = _mm_set1_epi8(needle.back());
@@ -190,13 +212,20 @@ bool containsLowered(std::string_view haystack, std::string_view needle) {
             _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(heads, first), _mm_cmpeq_epi8(tails, last))));
         while (candidates != 0) {
             const auto offset = static_cast<std::size_t>(__builtin_ctz(candidates));
-            if (startsWithLowered(text + at + offset + 1, inner)) return true;
+            const std::size_t same = loweredPrefixLength(text + at + offset + 1, inner);
+            if (same == inner.size()) return true;
+            compared += same + 1;
             candidates &= candidates - 1;
         }
+        if (tooCostly()) return containsLoweredByBlocks(haystack.substr(at + 16), needle);
     }
 #endif
-    for (; at < starts; ++at)
-        if (startsWithLowered(text + at, needle)) return true;
+    for (; at < starts; ++at) {
+        const std::size_t same = loweredPrefixLength(text + at, needle);
+        if (same == length) return true;
+        compared += same + 1;
+        if (tooCostly()) return containsLoweredByBlocks(haystack.substr(at + 1), needle);
+    }
     return false;
 }
 
@@ -229,6 +258,9 @@ std::string foldWithoutLocale(std::string_view text) { return foldText(text, fal
 // character, and searches a sliding window as it goes: the match is usually early in a long body,
 // and the window keeps the offset table small. A match that starts before the window's last
 // needle-length bytes would already lie whole inside it, so only those bytes are carried over.
+// A search waits for at least a window's worth of new bytes, and never fewer than the needle's
+// length, beyond what was carried over: however long the needle, and however large the folding of
+// one character, each byte is searched and moved a bounded number of times.
 // Runs of plain ASCII characters fold byte for byte and take one table entry per run.
 std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std::string_view foldedNeedle) {
     if (foldedNeedle.empty()) return std::nullopt;
@@ -247,6 +279,8 @@ std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std:
                1;
     };
 
+    const std::size_t fresh = std::max(kWindowBytes, foldedNeedle.size());
+    std::size_t carried = 0; // bytes of the window kept from the last search
     CharacterCursor cursor(text);
     std::string window;
     std::vector<Piece> pieces;
@@ -271,10 +305,13 @@ std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std:
             ++character;
             offset = end;
         }
-        if (window.size() < kWindowBytes && offset < text.size()) continue;
+        if (window.size() - carried < fresh && offset < text.size()) continue;
 
-        const std::size_t match = window.find(foldedNeedle);
-        if (match != std::string::npos) return characterAt(*pieceContaining(pieces, match), match);
+        if (const void* found =
+                ::memmem(window.data(), window.size(), foldedNeedle.data(), foldedNeedle.size())) {
+            const auto match = static_cast<std::size_t>(static_cast<const char*>(found) - window.data());
+            return characterAt(*pieceContaining(pieces, match), match);
+        }
         const std::size_t keepFrom = window.size() >= foldedNeedle.size() ? window.size() - foldedNeedle.size() + 1 : 0;
         const auto kept = pieceContaining(pieces, keepFrom);
         if (kept->byteForByte) {
@@ -285,6 +322,7 @@ std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std:
         pieces.erase(pieces.begin(), kept);
         for (Piece& piece : pieces) piece.folded -= cut;
         window.erase(0, cut);
+        carried = window.size();
     }
     return std::nullopt;
 }
@@ -362,7 +400,9 @@ bool FoldedSearch::appendFoldedByCharacters(std::string_view stretch, std::strin
 
 // fold(text) is the concatenation of the folded pieces of forEachFoldPiece. The pieces are folded
 // into a window that is searched and cut whenever it grows large: a cut keeps the last
-// needle-length - 1 bytes, where a match still to come may begin. A long ASCII run is searched
+// needle-length - 1 bytes, where a match still to come may begin, and the next search waits for
+// at least a window's worth of new bytes and never fewer than the needle's length, so that a
+// needle longer than the window costs no more a byte than a short one. A long ASCII run is searched
 // where it stands instead; a match that does not lie in it reaches at most needle-length - 1 bytes
 // into it at either end, so only those ends go into the window, and the window is searched and
 // emptied between them.
@@ -371,23 +411,26 @@ bool FoldedSearch::foundIn(std::string_view text) const {
     if (needle.empty()) return true;
     const bool ascii = isAscii(text);
     // Turkic folding turns an ASCII "I" into a dotless i, two bytes: that rare case takes the plain road.
-    if (turkic_ && (!ascii || text.find('I') != std::string_view::npos))
-        return foldText(text, true).find(needle) != std::string::npos;
+    if (turkic_ && (!ascii || text.find('I') != std::string_view::npos)) {
+        const std::string folded = foldText(text, true);
+        return ::memmem(folded.data(), folded.size(), needle.data(), needle.size()) != nullptr;
+    }
     if (ascii) return asciiNeedle_ && containsLowered(text, needle);
 
     constexpr std::size_t kWindowBytes = 65536;
     // Runs at least this long are searched where they stand, which costs less than copying them.
     constexpr std::size_t kLongRun = 64;
     const std::size_t keep = needle.size() - 1;
+    const std::size_t searchAt = keep + std::max(kWindowBytes, needle.size());
     thread_local std::string window;
     window.clear();
     bool found = false;
     // memmem rather than find: the needle's first byte is often common, and find stops at each one.
     const auto searchWindow = [&] { return ::memmem(window.data(), window.size(), needle.data(), needle.size()) != nullptr; };
     const auto grown = [&] {
-        if (window.size() <= kWindowBytes) return false;
+        if (window.size() < searchAt) return false;
         if (searchWindow()) return true;
-        window.erase(0, window.size() - std::min(keep, window.size()));
+        window.erase(0, window.size() - keep);
         return false;
     };
     forEachFoldPiece(
