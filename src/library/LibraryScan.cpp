@@ -74,19 +74,29 @@ std::optional<NoteFile> admitNote(int folderFd, const fs::DirectoryEntry& entry,
     return noteFromContents(fs::readRegularFileAt(folderFd, entry.name.c_str(), kMaximumNoteBytes), relativePath);
 }
 
+// A folder on a walk's stack. Its path is not kept: it stands at the front of the one path the walk
+// builds in place, `pathLength` bytes of it, so a chain of folders thousands deep holds its path
+// once and not once a level.
 struct OpenFolder {
     fs::UniqueFd fd;
     std::vector<fs::DirectoryEntry> entries;
     std::size_t next = 0;
-    std::string relativePath;
+    std::size_t pathLength = 0;
 };
 
-std::optional<OpenFolder> openFolder(fs::UniqueFd fd, std::string relativePath,
+std::optional<OpenFolder> openFolder(fs::UniqueFd fd, std::size_t pathLength,
                                      const std::function<bool(std::string_view)>& keep = {}) {
     if (!fd) return std::nullopt;
     auto entries = fs::listDirectoryAt(fd.get(), keep);
     if (!entries) return std::nullopt;
-    return OpenFolder{std::move(fd), std::move(*entries), 0, std::move(relativePath)};
+    return OpenFolder{std::move(fd), std::move(*entries), 0, pathLength};
+}
+
+// Makes `path` the path of `name` in the folder whose own path is its first `folderLength` bytes.
+void pathInFolder(std::string& path, std::size_t folderLength, std::string_view name) {
+    path.resize(folderLength);
+    if (!path.empty()) path += '/';
+    path += name;
 }
 
 // Runs the visitor of a walk on a second thread, batch after batch in walk order, while the walk
@@ -191,15 +201,16 @@ void walk(const std::string& libraryPath, const PathFilter& wanted, const std::f
         std::shared_ptr<const fs::UniqueFd> fd;
         std::vector<fs::DirectoryEntry> entries;
         std::size_t next = 0;
-        std::string relativePath;
+        std::size_t pathLength = 0;
     };
     const auto level = [](std::optional<OpenFolder> folder) {
-        return Level{std::make_shared<const fs::UniqueFd>(std::move(folder->fd)), std::move(folder->entries), 0,
-                     std::move(folder->relativePath)};
+        return Level{std::make_shared<const fs::UniqueFd>(std::move(folder->fd)), std::move(folder->entries),
+                     0, folder->pathLength};
     };
 
     std::vector<Level> stack;
-    auto root = openFolder(fs::openDirectory(libraryPath), "");
+    std::string path;
+    auto root = openFolder(fs::openDirectory(libraryPath), 0);
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
 
     fs::FileBatchReader reader(kMaximumNoteBytes);
@@ -239,14 +250,13 @@ void walk(const std::string& libraryPath, const PathFilter& wanted, const std::f
             continue;
         }
         const fs::DirectoryEntry& entry = folder.entries[folder.next++];
-        std::string relativePath =
-            folder.relativePath.empty() ? entry.name : folder.relativePath + "/" + entry.name;
+        pathInFolder(path, folder.pathLength, entry.name);
         if (entry.kind == fs::EntryKind::Directory) {
             if (!entersFolder(entry, stack.size() == 1)) continue;
-            auto inner = openFolder(fs::openDirectoryAt(folder.fd->get(), entry.name.c_str()), std::move(relativePath));
+            auto inner = openFolder(fs::openDirectoryAt(folder.fd->get(), entry.name.c_str()), path.size());
             if (inner) stack.push_back(level(std::move(inner))); // `folder` and `entry` are stale from here on
-        } else if (isNoteCandidate(entry, relativePath, wanted)) {
-            candidates.push_back(Candidate{folder.fd, entry.name, std::move(relativePath)});
+        } else if (isNoteCandidate(entry, path, wanted)) {
+            candidates.push_back(Candidate{folder.fd, entry.name, path});
             if (candidates.size() == fs::FileBatchReader::kBatchSize) readCandidates();
         }
     }
@@ -278,11 +288,12 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
     }
     // As in the walk, one open folder per level on a stack of our own: the path has no length limit.
     std::vector<OpenFolder> stack;
+    std::string path;
     // A level keeps only the entries that match its component: a folder of thousands holds one or two.
     const auto matching = [&](std::size_t level) {
         return [&components, level](std::string_view name) { return components[level].matches(name); };
     };
-    auto root = openFolder(fs::openDirectory(libraryPath), "", matching(0));
+    auto root = openFolder(fs::openDirectory(libraryPath), 0, matching(0));
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
     stack.push_back(std::move(*root));
     while (!stack.empty()) {
@@ -293,11 +304,11 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
             continue;
         }
         const fs::DirectoryEntry& entry = folder.entries[folder.next++];
-        std::string path = folder.relativePath.empty() ? entry.name : folder.relativePath + "/" + entry.name;
+        pathInFolder(path, folder.pathLength, entry.name);
         if (level + 1 == components.size()) {
             if (auto note = admitNote(folder.fd.get(), entry, path)) return note;
         } else if (entersFolder(entry, level == 0)) {
-            auto inner = openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), std::move(path),
+            auto inner = openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), path.size(),
                                     matching(level + 1));
             if (inner) stack.push_back(std::move(*inner)); // `folder` and `entry` are stale from here on
         }

@@ -8,14 +8,16 @@
 namespace vorlo::stdio {
 
 std::size_t readAvailable(int fd, std::string& buffer) {
+    // Read aside and appended: growing the buffer by a whole chunk first would clear 64 KiB for
+    // every read, however few bytes it brings.
     constexpr std::size_t kChunk = 65536;
-    const std::size_t before = buffer.size();
-    buffer.resize(before + kChunk);
+    char chunk[kChunk];
     for (;;) {
-        const ssize_t n = ::read(fd, buffer.data() + before, kChunk);
+        const ssize_t n = ::read(fd, chunk, kChunk);
         if (n < 0 && errno == EINTR) continue;
-        buffer.resize(before + (n > 0 ? static_cast<std::size_t>(n) : 0));
-        return n > 0 ? static_cast<std::size_t>(n) : 0;
+        if (n <= 0) return 0;
+        buffer.append(chunk, static_cast<std::size_t>(n));
+        return static_cast<std::size_t>(n);
     }
 }
 
