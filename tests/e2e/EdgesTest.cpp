@@ -1,5 +1,5 @@
 // What the transcripts cannot say: sizes taken from the named limits, and an outcome that rests on
-// the order in which the file system lists a folder. (The input limit has its own property test.)
+// the order in which the file system lists a folder.
 #include "e2e/WritingHelpers.h"
 #include "platform/Errors.h"
 #include "support/ServerProcess.h"
@@ -7,6 +7,27 @@
 
 namespace vorlo::testing {
 namespace {
+
+// A ping padded with blanks inside its object to `length` bytes.
+std::string pingOf(std::size_t length) {
+    std::string line = R"({"jsonrpc":"2.0","id":1,"method":"ping"})";
+    return line.insert(line.size() - 1, length - line.size(), ' ');
+}
+
+// The limit bounds the unfinished input the server holds, counted after each read and with the
+// line feed: the longest line that fits is answered, one byte more ends the process.
+TEST(Limits, InputBufferHoldsTheLongestLineWithItsLineFeedAndNoMore) {
+    TempLibrary library;
+    const auto outcome = [&](const std::string& input) {
+        const ExitResult result = runServer(input, library.preferences());
+        return std::to_string(result.status) + " " + result.standardOutput + result.standardError;
+    };
+    const std::string answered = "0 {\"id\":1,\"jsonrpc\":\"2.0\",\"result\":{}}\n";
+    EXPECT_EQ(outcome(pingOf(kMaximumInputBufferBytes - 1) + "\n"), answered);
+    EXPECT_EQ(outcome(pingOf(kMaximumInputBufferBytes)), answered); // unterminated, handed over at the end
+    EXPECT_EQ(outcome(pingOf(kMaximumInputBufferBytes) + "\n"),
+              "2 Vorlo MCP: An MCP request exceeded Vorlo's safety limit.\n");
+}
 
 TEST(Limits, PreferencesPastTheirLimitReadAsAbsent) {
     TempLibrary library;
