@@ -101,9 +101,8 @@ class GeneratedLibrary {
             text += "\n---\n";
         }
         for (std::size_t w = below(12); w > 0; --w)
-            text += pick("lantern|LANTERN|cr\u00e8me br\u00fbl\u00e9e|Cre\u0300me "
-                         "Bru\u0302le\u0301e|#work|#idea/sub|"
-                         "stra\u00dfe|STRASSE|\u0130stanbul|\ufb01ne") +
+            text += pick("lantern|LANTERN|cr\u00e8me br\u00fbl\u00e9e|Cre\u0300me Bru\u0302le\u0301e|#work|"
+                         "#idea/sub|stra\u00dfe|STRASSE|\u0130stanbul|\ufb01ne") +
                     (below(4) == 0 ? "\n" : " ");
         if (below(20) == 0) text += std::string(70000, 'x') + " lantern"; // longer than one read
         if (below(10) == 0)
@@ -121,6 +120,7 @@ class GeneratedLibrary {
             const std::string path = folderPath.empty() ? spelled : folderPath + "/" + spelled;
             if (library_.exists(path)) continue; // the same bytes twice
             const std::string absolute = library_.path(path);
+            // Deep enough, a folder becomes a note; in a wide library, so does every other odd entry.
             std::size_t kind = below(100);
             if ((depth >= 3 && kind >= 45 && kind < 67) || (width_ > 10 && kind >= 67 && below(2))) kind = 0;
             bool note = kind < 45;

@@ -74,8 +74,8 @@ TEST(Summaries, PreviewDropsHeadingMarksCollapsesWhitespaceAndKeepsTheFirstChara
         {"# " + all + "a\n", all},
         {accented + "e\u0301", accented},
         {most + heavy + "z", most + heavy},
-        {most + std::string(5000, ' ') + "z",
-         most + " "}, // a long run of blanks at the cut stops nothing early
+        // A long run of blanks at the cut is no reason to stop early.
+        {most + std::string(5000, ' ') + "z", most + " "},
     };
     for (const auto& [body, preview] : cases)
         EXPECT_EQ(compactPreview(body), preview) << body.substr(0, 80);
