@@ -13,14 +13,6 @@ std::string largeBody(std::size_t bytes) {
     return body;
 }
 
-std::set<std::string> temporaryFiles(const TempLibrary& library) {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(library.library()))
-        if (entry.path().filename().string().starts_with(".Vorlo MCP "))
-            names.insert(entry.path().filename());
-    return names;
-}
-
 struct Figures {
     std::atomic<int> kills = 0, oldBytes = 0, newBytes = 0, answered = 0, locksLeft = 0, recordless = 0,
                      temporaryFilesLeft = 0;
@@ -57,7 +49,6 @@ void runLane(int trials, std::uint64_t seed, Figures& figures) {
         const Json arguments =
             create ? Json{{"title", title}, {"content", createdBody}}
                    : Json{{"path", "Large.md"}, {"expected_revision", sha256Hex(oldLarge)}, {"title", title}};
-        const auto temporaryBefore = temporaryFiles(library);
         std::optional<std::string> reply;
         {
             // The victim answers a ping first, so that the delay counts from the request and not
@@ -109,13 +100,17 @@ void runLane(int trials, std::uint64_t seed, Figures& figures) {
         EXPECT_FALSE(library.exists(kLock));
         ++survivorNotes;
 
-        // A temporary file left by the kill is hidden: no scan takes it for a note.
-        if (const auto temporaryAfter = temporaryFiles(library); temporaryAfter != temporaryBefore) {
+        // A temporary file left by the kill is hidden: no scan takes it for a note. (With the lock
+        // cleared, nothing else may be left.)
+        if (const auto left = leftovers(library); !left.empty()) {
             ++figures.temporaryFilesLeft;
             EXPECT_EQ(succeeded(survivor.call("list_notes", {{"limit", 200}}))["total_matches"],
                       2 + survivorNotes);
-            for (const auto& name : temporaryAfter)
-                std::filesystem::remove(library.path(name));
+            for (const auto& path : left) {
+                EXPECT_TRUE(std::filesystem::path(path).filename().string().starts_with(".Vorlo MCP "))
+                    << path;
+                std::filesystem::remove(library.path(path));
+            }
         }
     }
     // The survivor's notes are all there, numbered without a gap.

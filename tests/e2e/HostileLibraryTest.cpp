@@ -25,16 +25,21 @@ std::map<std::string, std::string> outsideState(const TempLibrary& library) {
     return state;
 }
 
-// A tool call that fails the test when its reply shows a marker, the file's or in base64 (of a prefix
-// of whole three-byte groups), or is slow: a read returns well within a second, a write may wait
-// about a second for a busy lock.
+// Calls made, and those whose reply showed a marker (the file's, or in base64 of a prefix of whole
+// three-byte groups) or that were slow: a read returns well within a second, a write may wait about
+// a second for a busy lock.
+int gCalls = 0, gEscapes = 0, gHangs = 0;
+
 Json checkedCall(ServerProcess& server, std::string_view tool, const Json& arguments) {
     const auto start = Clock::now();
     const std::string reply = server.call(tool, arguments).dump();
-    EXPECT_LT(Clock::now() - start, tool == "create_note" || tool == "update_note" ? 2500ms : 1000ms)
-        << tool << " " << arguments.dump().substr(0, 300);
-    EXPECT_EQ(reply.find(kMarker), std::string::npos) << reply;
-    EXPECT_EQ(reply.find(base64Encode("---\ntitle: \"" + kMarker.substr(0, 12))), std::string::npos) << reply;
+    const bool slow =
+        Clock::now() - start > (tool == "create_note" || tool == "update_note" ? 2500ms : 1000ms);
+    const bool leak = reply.find(kMarker) != std::string::npos ||
+                      reply.find(base64Encode("---\ntitle: \"" + kMarker.substr(0, 12))) != std::string::npos;
+    ++gCalls, gHangs += slow, gEscapes += leak;
+    EXPECT_FALSE(slow || leak) << tool << " " << arguments.dump().substr(0, 300) << ": "
+                               << reply.substr(0, 1000);
     return Json::parse(reply);
 }
 
@@ -136,6 +141,8 @@ TEST(HostileLibrary, NeitherSwappedEntriesNorClimbingPathsLeadOutside) {
     EXPECT_GT(swapped, 100);
     EXPECT_EQ(server.finish().status, 0);
     EXPECT_EQ(outsideState(library), before);
+    std::printf("[ hostile library ] %d calls while entries were swapped %lld times: %d escapes, %d hangs\n",
+                gCalls, swapped.load(), gEscapes, gHangs);
 }
 
 } // namespace

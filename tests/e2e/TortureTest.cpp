@@ -14,10 +14,6 @@ struct Outcome {
     std::vector<std::string> created;
 };
 
-bool failed() {
-    return ::testing::Test::HasFailure();
-}
-
 // A tool's result; a server that gave none fails the test with what it wrote to standard error.
 Json call(ServerProcess& server, std::string_view tool, const Json& arguments) {
     const Json result = server.call(tool, arguments);
@@ -32,7 +28,8 @@ Json call(ServerProcess& server, std::string_view tool, const Json& arguments) {
 Outcome runWriter(const TempLibrary& library, int writer, int updates) {
     Outcome out;
     ServerProcess server(library.preferences());
-    for (int tries = 0; out.updated < updates && tries < updates * 200 && !failed(); ++tries) {
+    for (int tries = 0; out.updated < updates && tries < updates * 200 && !::testing::Test::HasFailure();
+         ++tries) {
         const Json note = succeeded(call(server, "read_note", {{"path", "Contended.md"}}));
         const std::string revision = note.value("revision", "");
         const std::string body = note.value("content", "") + "w" + std::to_string(writer) + " n" +
@@ -76,7 +73,7 @@ TEST(Torture, EightWritersLoseNoUpdateAndReadersNeverSeeAPartialNote) {
     std::vector<std::string> fileDigests;
     std::thread serverReader([&] {
         ServerProcess server(library.preferences());
-        for (; writing && !failed(); std::this_thread::sleep_for(1ms))
+        for (; writing && !::testing::Test::HasFailure(); std::this_thread::sleep_for(1ms))
             if (const Json note = succeeded(call(server, "read_note", {{"path", "Contended.md"}}));
                 !note.empty())
                 served.emplace_back(note["revision"], sha256Hex(note["content"].get<std::string>()));
