@@ -171,9 +171,10 @@ class Session {
             << last_;
         const bool onDisk = ::access(file.c_str(), F_OK) == 0;
         EXPECT_TRUE(onDisk || structured.contains("updated")) << file;
-        if (onDisk)
+        if (onDisk) {
             EXPECT_EQ(std::make_pair(last_.value("revision", ""), modeOf(file)),
                       std::make_pair(sha256Hex(readFile(file)), 0600u));
+        }
         return structured;
     }
 
