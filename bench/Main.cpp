@@ -1,10 +1,13 @@
 // vorlo-bench: measures every tool of vorlo-mcp through the built executable over stdio, on
-// generated libraries of known content, side by side with the floor of a scan; checks every answer
-// and prints one table. A failed check makes the exit status 1.
+// generated libraries of known content, side by side with the floor of a scan, and on inputs a hostile
+// client or library chooses; checks every answer and prints the tables. A failed check makes the
+// exit status 1.
 //
 // Usage: vorlo-bench [--notes N[,N...]] [--reps R] [--library-dir DIR] [--memory-dir DIR] [--server PATH] [--quick]
+//                    [--hostile | --no-hostile] [--hostile-scale F]
 
 #include "Floor.h"
+#include "HostileInputs.h"
 #include "LibraryGenerator.h"
 #include "ServerClient.h"
 
@@ -40,13 +43,17 @@ using namespace vorlo::bench;
 
 constexpr const char* kUsage =
     "usage: vorlo-bench [--notes N[,N...]] [--reps R] [--library-dir DIR] [--memory-dir DIR] [--server PATH] [--quick]\n"
+    "                   [--hostile | --no-hostile] [--hostile-scale F]\n"
     "  --notes        library sizes, default 10000,50000 (300 with --quick)\n"
     "  --reps         timed repetitions of each operation after one warm-up, default 5\n"
     "  --library-dir  where libraries are kept and reused, default $TMPDIR/vorlo-bench\n"
-    "  --memory-dir   a tmpfs folder for the writing tools' cost without fsync, default /dev/shm;\n"
-    "                 \"none\" leaves those rows out\n"
+    "  --memory-dir   a tmpfs folder for the writing tools' cost without fsync and for the hostile\n"
+    "                 inputs, default /dev/shm; \"none\" leaves the former out and puts the latter on disk\n"
     "  --server       the executable to measure, default the one built beside this program\n"
-    "  --quick        no warm-up; a fresh library in a temporary folder, removed afterwards\n";
+    "  --quick        no warm-up; a fresh library in a temporary folder, removed afterwards\n"
+    "  --hostile      only the hostile inputs, each at two sizes (left out by default with --quick)\n"
+    "  --no-hostile   no hostile inputs\n"
+    "  --hostile-scale  a factor on the hostile inputs' sizes, default 1 (the tag note stops at 16 MiB)\n";
 
 // The folder of the library that the benchmark writes into and empties again.
 constexpr const char* kScratchFolder = "Bench Scratch";
@@ -59,6 +66,8 @@ struct Options {
     std::string memoryDir = "/dev/shm";
     std::string server = VORLO_BENCH_SERVER;
     bool quick = false;
+    enum class Hostile { Default, Only, None } hostile = Hostile::Default;
+    double hostileScale = 1.0;
 };
 
 std::optional<Options> parseOptions(int argc, char** argv) {
@@ -84,6 +93,13 @@ std::optional<Options> parseOptions(int argc, char** argv) {
             options.memoryDir = argv[++i];
         } else if (option == "--server" && hasValue) {
             options.server = argv[++i];
+        } else if (option == "--hostile") {
+            options.hostile = Options::Hostile::Only;
+        } else if (option == "--no-hostile") {
+            options.hostile = Options::Hostile::None;
+        } else if (option == "--hostile-scale" && hasValue) {
+            options.hostileScale = std::atof(argv[++i]);
+            if (!(options.hostileScale > 0)) return std::nullopt;
         } else {
             return std::nullopt;
         }
@@ -180,16 +196,12 @@ std::size_t displayWidth(const std::string& text) {
     return width;
 }
 
-void printTable(const std::vector<Row>& rows) {
-    const std::vector<std::string> heading = {"notes", "operation", "median", "min", "× floor", "target", "verdict"};
-    std::vector<std::vector<std::string>> cells;
-    for (const auto& row : rows)
-        cells.push_back({std::to_string(row.notes), row.operation, row.median, row.minimum, row.ratio, row.target, row.verdict});
+void printTable(const std::vector<std::string>& heading, const std::vector<bool>& right,
+                const std::vector<std::vector<std::string>>& cells) {
     std::vector<std::size_t> widths;
     for (const auto& cell : heading) widths.push_back(displayWidth(cell));
     for (const auto& line : cells)
         for (std::size_t i = 0; i < line.size(); ++i) widths[i] = std::max(widths[i], displayWidth(line[i]));
-    const std::vector<bool> right = {true, false, true, true, true, false, false};
     auto print = [&](const std::vector<std::string>& line) {
         std::cout << "|";
         for (std::size_t i = 0; i < line.size(); ++i) {
@@ -204,6 +216,21 @@ void printTable(const std::vector<Row>& rows) {
         std::cout << (right[i] ? std::string(widths[i] + 1, '-') + ":" : ":" + std::string(widths[i] + 1, '-')) << "|";
     std::cout << "\n";
     for (const auto& line : cells) print(line);
+}
+
+void printTable(const std::vector<Row>& rows) {
+    std::vector<std::vector<std::string>> cells;
+    for (const auto& row : rows)
+        cells.push_back({std::to_string(row.notes), row.operation, row.median, row.minimum, row.ratio, row.target, row.verdict});
+    printTable({"notes", "operation", "median", "min", "× floor", "target", "verdict"},
+               {true, false, true, true, true, false, false}, cells);
+}
+
+void writePreferences(const fs::path& file, const fs::path& library) {
+    std::ofstream(file) << Json{{"libraryPath", fs::absolute(library).string()},
+                                {"mcp", {{"enabled", true}, {"allowWriting", true}}}}
+                               .dump(2)
+                        << "\n";
 }
 
 // ---- One library size ---------------------------------------------------------------------------
@@ -257,10 +284,7 @@ void SizeRun::prepare() {
     std::cerr << "ready in " << formatSeconds(secondsSince(start)) << "\n";
     library_ = folder_ / "Library";
     preferences_ = folder_ / "Preferences.json";
-    std::ofstream(preferences_) << Json{{"libraryPath", fs::absolute(library_).string()},
-                                        {"mcp", {{"enabled", true}, {"allowWriting", true}}}}
-                                       .dump(2)
-                                << "\n";
+    writePreferences(preferences_, library_);
     // The writing tools work in a folder of their own, emptied before and after, so a kept library
     // stays as generated.
     fs::remove_all(library_ / kScratchFolder);
@@ -470,10 +494,7 @@ std::vector<std::pair<Operation, Samples>> SizeRun::measureWritesInMemory(Sample
     std::cerr << "ready in " << formatSeconds(secondsSince(start)) << "\n";
     library_ = copy / "Library";
     preferences_ = copy / "Preferences.json";
-    std::ofstream(preferences_) << Json{{"libraryPath", library_.string()},
-                                        {"mcp", {{"enabled", true}, {"allowWriting", true}}}}
-                                       .dump(2)
-                                << "\n";
+    writePreferences(preferences_, library_);
 
     for (int i = 0; i < std::max(options_.reps, 5); ++i)
         durable.seconds.push_back(durableWriteSeconds((library_ / kScratchFolder).string()));
@@ -577,6 +598,170 @@ std::vector<Row> SizeRun::run() {
     return rows;
 }
 
+// ---- Hostile inputs ----------------------------------------------------------------------------
+
+// An input chosen by a hostile client or library, built at a size n of its own unit. Each is measured
+// at n and 2n in a fresh server: the time of the call at 2n over that at n is about 2 when the cost
+// follows the size, and 4 or more when it grows with its square; the peak resident set of the
+// process shows whether memory follows what the reply holds. The ratio is of the fastest calls,
+// which a busy machine disturbs least.
+struct HostileInput {
+    std::string label;
+    std::function<std::string(double n)> size;
+    // Writes what the call meets into the empty library; run before every call.
+    std::function<void(const fs::path& library, double n)> build;
+    std::string tool;
+    std::function<Json(double n)> arguments;
+    std::function<void(const Json& structured, const fs::path& library)> check;
+};
+
+std::string repeated(std::string_view piece, std::size_t times) {
+    std::string text;
+    for (std::size_t i = 0; i < times; ++i)
+        text += piece;
+    return text;
+}
+
+std::vector<HostileInput> hostileInputs(Checks& checks) {
+    const auto kib = [](double n, double unit) { return formatFixed(n * unit, 0) + " KiB"; };
+    const auto mib = [](double n, double unit) { return formatFixed(n * unit, 0) + " MiB"; };
+    const auto count = [](double n, double unit) { return static_cast<std::size_t>(n * unit); };
+    std::vector<HostileInput> inputs;
+    // A query of one character can hold 100,000 code points; folding keeps the joiners, so it never matches.
+    inputs.push_back(
+        {"search_notes: a one-character query of joiners against a note of prose",
+         [=](double n) { return kib(n, 100) + " query, " + mib(n, 1) + " note"; },
+         [=](const fs::path& library, double n) { writeProseNote(library.string(), count(n, 1 << 20)); },
+         "search_notes",
+         [=](double n) {
+             return Json{{"query", oneCharacterQuery(count(n, 34133))}};
+         },
+         [&checks](const Json& structured, const fs::path&) {
+             checks.expect(structured.at("total_matches") == 0, "the long query matches no note");
+         }});
+    // The title holds the query, so the note matches, and the snippet looks for it in the body.
+    inputs.push_back(
+        {"search_notes: the same query in a title, its snippet sought in a body of accents",
+         [=](double n) { return kib(n, 70) + " title and query, " + kib(n, 300) + " body"; },
+         [=](const fs::path& library, double n) {
+             writeAccentedNote(library.string(), oneCharacterQuery(count(n, 23893)), count(n, 300 << 10));
+         },
+         "search_notes",
+         [=](double n) {
+             return Json{{"query", oneCharacterQuery(count(n, 23893))}};
+         },
+         [&checks](const Json& structured, const fs::path&) {
+             checks.expect(structured.at("total_matches") == 1 &&
+                               structured.at("notes").at(0).at("snippet") == repeated("\u00E9t\u00E9 ", 80),
+                           "the note matches by its title, and its snippet is the body's start");
+         }});
+    inputs.push_back({"list_notes: one inline tag repeated through a note",
+                      [=](double n) { return mib(n, 8) + " of \"#a \""; },
+                      [=](const fs::path& library, double n) {
+                          writeRepeatedTagNote(library.string(),
+                                               std::min<std::size_t>(count(n, 8 << 20), 16 << 20));
+                      },
+                      "list_notes", [](double) { return Json::object(); },
+                      [&checks](const Json& structured, const fs::path&) {
+                          checks.expect(structured.at("total_matches") == 1 &&
+                                            structured.at("notes").at(0).at("tags") == Json::array({"a"}),
+                                        "the note of repeated tags has the one tag");
+                      }});
+    inputs.push_back(
+        {"create_note: an abandoned lock holding a chain of folders",
+         [=](double n) { return formatFixed(n * 8000, 0) + " levels"; },
+         [=](const fs::path& library, double n) { writeDeepAbandonedLock(library.string(), count(n, 8000)); },
+         "create_note",
+         [](double) {
+             return Json{{"title", "Past a deep lock"}};
+         },
+         [&checks](const Json& structured, const fs::path& library) {
+             checks.expect(structured.at("created") == true &&
+                               !fs::exists(library / "Vorlo Data" / "Locks" / "Library Mutation.lock"),
+                           "create_note moves the abandoned lock aside and writes");
+         }});
+    return inputs;
+}
+
+// On a tmpfs where there is one, so that the rows show the server's own work: on a disk, making and
+// removing thousands of nested folders costs milliseconds a level and varies with the load.
+std::vector<std::vector<std::string>> measureHostileInputs(const Options& options, const fs::path& base,
+                                                           Checks& checks) {
+    std::vector<std::vector<std::string>> cells;
+    fs::path place = base;
+#ifdef __linux__
+    struct statfs system {};
+    if (options.memoryDir != "none" && ::statfs(options.memoryDir.c_str(), &system) == 0 &&
+        static_cast<unsigned long>(system.f_type) == TMPFS_MAGIC)
+        place = options.memoryDir;
+#endif
+    const fs::path folder = place / ("vorlo-bench-hostile-" + std::to_string(::getpid()));
+    for (const HostileInput& input : hostileInputs(checks)) {
+        double halfSize = 0; // the fastest call at n, once measured
+        for (const double factor : {1.0, 2.0}) {
+            const double n = options.hostileScale * factor;
+            const fs::path library = folder / "Library";
+            removeTree(folder.string());
+            fs::create_directories(library);
+            writePreferences(folder / "Preferences.json", library);
+            std::cerr << "vorlo-bench: hostile: " << input.label << ", " << input.size(n) << " ...\n";
+            Samples samples;
+            std::string peak;
+            try {
+                ServerClient server(options.server, (folder / "Preferences.json").string());
+                server.request("initialize",
+                               {{"protocolVersion", "2025-06-18"}, {"capabilities", Json::object()}});
+                for (int i = 0; i < options.reps; ++i) {
+                    input.build(library, n);
+                    const std::string line = server.requestLine(
+                        "tools/call", {{"name", input.tool}, {"arguments", input.arguments(n)}});
+                    const auto start = Clock::now();
+                    const std::string reply = server.roundTrip(line);
+                    samples.seconds.push_back(secondsSince(start));
+                    const Json parsed = Json::parse(reply, nullptr, false);
+                    if (parsed.is_discarded() || !parsed.contains("result") ||
+                        parsed["result"].value("isError", true))
+                        checks.expect(false, input.label + ": " + reply.substr(0, 300));
+                    else
+                        input.check(parsed["result"].at("structuredContent"), library);
+                }
+                if (const auto kib = server.peakResidentKiB())
+                    peak = formatFixed(static_cast<double>(*kib) / 1024.0, 1) + " MiB";
+                const int status = server.finish();
+                checks.expect(status == 0, input.label + ": the server ends with status 0");
+            } catch (const std::exception& error) {
+                checks.expect(false, input.label + ", " + input.size(n) + ": " + error.what());
+            }
+            removeTree(folder.string());
+            if (samples.seconds.empty()) {
+                cells.push_back({input.label, input.size(n), "no reply", "", "", "", "", "misses"});
+                halfSize = 0;
+                continue;
+            }
+            std::cerr << "vorlo-bench: hostile: " << formatSeconds(samples.median()) << ", peak " << peak
+                      << "\n";
+            std::vector<std::string> row = {input.label,
+                                            input.size(n),
+                                            formatSeconds(samples.median()),
+                                            formatSeconds(samples.min()),
+                                            "",
+                                            peak,
+                                            "",
+                                            ""};
+            if (halfSize > 0) {
+                const double ratio = samples.min() / halfSize;
+                row[4] = formatFixed(ratio, 2);
+                // Linear cost gives 2 and a square 4; the margin between is for a busy machine.
+                row[6] = "≤ 3 × half size";
+                row[7] = ratio <= 3 ? "meets" : "misses";
+            }
+            cells.push_back(std::move(row));
+            halfSize = samples.min();
+        }
+    }
+    return cells;
+}
+
 std::string machineLine() {
     std::string model = "unknown CPU";
     std::ifstream cpuinfo("/proc/cpuinfo");
@@ -624,11 +809,17 @@ int main(int argc, char** argv) {
     std::vector<Row> rows;
     const std::string machineAtStart = machineLine();
     int status = 0;
+    std::vector<std::vector<std::string>> hostileRows;
+    const bool hostile = options->hostile == Options::Hostile::Only ||
+                         (options->hostile == Options::Hostile::Default && !options->quick);
     try {
-        for (const std::uint64_t notes : options->sizes) {
-            SizeRun run(*options, notes, base + "/notes-" + std::to_string(notes), checks);
-            for (auto& row : run.run()) rows.push_back(std::move(row));
-        }
+        if (options->hostile != Options::Hostile::Only)
+            for (const std::uint64_t notes : options->sizes) {
+                SizeRun run(*options, notes, base + "/notes-" + std::to_string(notes), checks);
+                for (auto& row : run.run())
+                    rows.push_back(std::move(row));
+            }
+        if (hostile) hostileRows = measureHostileInputs(*options, base, checks);
     } catch (const std::exception& error) {
         std::cerr << "vorlo-bench: " << error.what() << "\n";
         status = 1;
@@ -636,9 +827,19 @@ int main(int argc, char** argv) {
     if (removeBase) fs::remove_all(base);
 
     std::cout << "vorlo-bench: " << options->server << "; " << options->reps << " timed repetition"
-              << (options->reps == 1 ? "" : "s") << (options->quick ? "" : " after one warm-up") << " per row\n"
+              << (options->reps == 1 ? "" : "s")
+              << (options->quick || (!hostileRows.empty() && rows.empty()) ? "" : " after one warm-up")
+              << " per row\n"
               << "start: " << machineAtStart << "\nend:   " << machineLine() << "\n\n";
-    printTable(rows);
+    if (!rows.empty()) printTable(rows);
+    if (!hostileRows.empty()) {
+        if (!rows.empty()) std::cout << "\n";
+        std::cout << "Hostile inputs: no warm-up, a fresh server for each size, the library on a tmpfs where "
+                     "there is one; × half size compares the fastest calls; the peak is the server's "
+                     "resident set after the calls.\n\n";
+        printTable({"hostile input", "size", "median", "min", "× half size", "peak RSS", "target", "verdict"},
+                   {false, false, true, true, true, true, false, false}, hostileRows);
+    }
     std::cout << "\nchecks: " << checks.count() - checks.failed() << " of " << checks.count() << " passed\n";
     return status != 0 || checks.failed() != 0 ? 1 : 0;
 }

@@ -1,0 +1,116 @@
+// Inputs that a client or a library's files can choose to make a call slow, huge or dead, at sizes
+// where a cost that grows faster than the input would take many seconds. This file checks their
+// outcome; the benchmark judges their time and memory.
+#include "platform/Characters.h"
+#include "platform/Folding.h"
+#include "support/TempLibrary.h"
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+#include <random>
+#include <tuple>
+
+namespace vorlo::testing {
+namespace {
+
+std::string repeat(std::string_view piece, std::size_t times) {
+    std::string text;
+    for (std::size_t i = 0; i < times; ++i)
+        text += piece;
+    return text;
+}
+
+// One character, "’" and 34,000 joiners: longer than the 64 KiB windows of the folded searches.
+const std::string kQuery = "\u2019" + repeat("\u200D", 34000);
+const std::string kProse = repeat("It\u2019s plain prose. ", 100000); // 2 MB, 18 characters a piece
+const std::string kTitled = "---\ntitle: \"" + kQuery + "\"\n---\n" + repeat("\u00E9t\u00E9 ", 50000);
+// ASCII that passes the quick filter of the ASCII search at every place and differs late.
+const std::string kLate = repeat("a", 300) + "b" + repeat("a", 300),
+                  kLATE = repeat("A", 300) + "B" + repeat("A", 300);
+
+TEST(HostileInput, LongQueriesLongTitlesAndRepeatedTagsKeepTheirOutcome) {
+    // A note, a query, and the snippet or the tags the note is listed with; null when it does not match.
+    const std::tuple<std::string, std::string, Json> rows[] = {
+        {kProse, kQuery, nullptr},
+        {kProse + kQuery, kQuery, "\u2026in prose. " + repeat("It\u2019s plain prose. ", 5) + kQuery},
+        {kTitled, kQuery, repeat("\u00E9t\u00E9 ", 80)},
+        {kTitled + kQuery, kQuery, "\u2026" + repeat("\u00E9t\u00E9 ", 25) + kQuery},
+        {repeat("a", 200000), kLate, nullptr},
+        {repeat("a", 65251) + kLATE + repeat("a", 65000), kLate,
+         "\u2026" + repeat("a", 100) + repeat("A", 220) + "\u2026"},
+        {"---\ntags: [\"b\",\"e\u0301\",\"b\"]\n---\n" + repeat("#a #b ", 700000) + "#\u00E9", "",
+         Json::array({"a", "b", "e\u0301"})},
+    };
+    for (const auto& [note, query, expected] : rows) {
+        SCOPED_TRACE(note.substr(0, 30));
+        TempLibrary library;
+        library.write("Note.md", note);
+        const bool tags = expected.is_array(); // listed by a tag that only the body holds
+        const Json found =
+            library.call(tags ? "list_notes" : "search_notes",
+                         tags ? Json{{"tag", "A"}} : Json{{"query", query}})["result"]["structuredContent"];
+        EXPECT_EQ(found["total_matches"] == 0 ? Json() : found["notes"][0][tags ? "tags" : "snippet"],
+                  expected);
+    }
+}
+
+// The windowed searches against their plain definitions, with needles as long as the windows or
+// longer, cut from the folded text around the places where the windows are cut.
+TEST(HostileInput, LongNeedlesAreFoundWhereFoldingTheWholeTextFindsThem) {
+    const std::string pieces[] = {"a",      "B",      "xyz ",   "\r\n",         "\u00E9",         "E\u0301",
+                                  "\u00DF", "\u4E2D", "\u200D", "\u1100\u1161", repeat("Ab ", 70)};
+    std::mt19937 random(15);
+    std::string text, folded; // `folded` one character at a time, as the snippet counts characters
+    while (text.size() < 300000)
+        text += pieces[random() % std::size(pieces)];
+    std::vector<std::size_t> starts; // of each character's folding
+    for (std::size_t at = 0, size = 0; at < text.size(); at += size) {
+        size = text::firstCharacters(std::string_view(text).substr(at), 1).size();
+        starts.push_back(folded.size());
+        folded += text::foldWithoutLocale(text.substr(at, size));
+    }
+    const std::string whole = text::fold(text);
+    for (const std::size_t length : {65535u, 65537u, 140000u})
+        for (const std::size_t at : {0u, 65000u, 131000u, 150000u}) {
+            const auto first = std::lower_bound(starts.begin(), starts.end(), at);
+            const auto last = std::lower_bound(first, starts.end(), *first + length);
+            const std::string needle =
+                folded.substr(*first, (last == starts.end() ? folded.size() : *last) - *first);
+            const auto match =
+                std::upper_bound(starts.begin(), starts.end(), folded.find(needle)) - starts.begin();
+            ASSERT_EQ(text::findFoldedCharacterOffset(text, needle), static_cast<std::size_t>(match - 1))
+                << at;
+            for (const std::string& query : {needle, needle + "\u4E2Dq"})
+                ASSERT_EQ(text::FoldedSearch(query).foundIn(text),
+                          whole.find(text::fold(query)) != std::string::npos);
+        }
+}
+
+// An old lock without a record, holding a chain of folders with a link to the library's parent at
+// the bottom, goes on a thread whose small stack would not hold a frame a level.
+TEST(HostileInput, AnAbandonedLockOfAnyDepthGoesWithoutFollowingItsLink) {
+    TempLibrary library;
+    library.link("Vorlo Data/Locks/Library Mutation.lock" + repeat("/d", 600) + "/outside", library.root());
+    writeFile(library.root() + "/Keep", "kept");
+    library.touch("Vorlo Data/Locks/Library Mutation.lock", std::time(nullptr) - 3600);
+    std::pair<const TempLibrary*, Json> call{&library, {}};
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, 128 << 10);
+    pthread_t thread;
+    const auto create = +[](void* argument) -> void* {
+        auto& [library, reply] = *static_cast<std::pair<const TempLibrary*, Json>*>(argument);
+        reply = library->call("create_note", {{"title", "Past the lock"}});
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &small, create, &call), 0);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(call.second["result"]["structuredContent"]["created"], true);
+    // The lock's folder and all it held are gone, the marker alone stays, and nothing outside changed.
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(library.path("Vorlo Data/Locks")), {}), 1);
+    EXPECT_EQ(readFile(library.root() + "/Keep"), "kept");
+}
+
+} // namespace
+} // namespace vorlo::testing
