@@ -1,6 +1,7 @@
 // The mutation lock between real processes: abandoned locks are moved aside, held ones waited for.
 #include "e2e/Reliability.h"
 
+#include <cctype>
 #include <deque>
 
 namespace vorlo::testing {
