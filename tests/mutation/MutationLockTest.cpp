@@ -19,177 +19,122 @@ using testing::TempLibrary;
 
 constexpr std::string_view kToken = "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D";
 
-MCPMutationLockOwner sampleOwner() {
-    return {*Uuid::parse(kToken), 4242, "Studio.local", std::nullopt, *parseIso8601("2024-05-01T12:34:56Z")};
+std::string object(std::initializer_list<std::string> members) {
+    std::string out;
+    for (const std::string& member : members)
+        out += (out.empty() ? "{" : ", ") + member;
+    return out + "}";
 }
 
-std::string validRecord(std::string_view extra = "") {
-    return R"({"token": "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d", "processID": 4242, "hostName": "Studio.local",
-               "createdAt": "2024-05-01T14:34:56+02:00")" +
-           std::string(extra) + "}";
+TEST(LockOwnerRecord, EncodesPrettyWithSortedKeysAndDecodesWhatOthersMayWrite) {
+    MCPMutationLockOwner owner{*Uuid::parse(kToken), 4242, "Studio.local", std::nullopt,
+                               *parseIso8601("2024-05-01T12:34:56Z")};
+    const std::string encoded =
+        "{\n  \"createdAt\": \"2024-05-01T12:34:56Z\",\n  \"hostName\": \"Studio.local\",\n"
+        "  \"processID\": 4242,\n  \"token\": \"" +
+        std::string(kToken) + "\"\n}";
+    EXPECT_EQ(owner.encode(), encoded);
+    // Lower-case tokens, local times, a null host ID and members of no meaning here are all accepted.
+    const auto decoded = MCPMutationLockOwner::decode(
+        R"({"token": "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d", "processID": 4242, "hostName": "Studio.local",
+            "createdAt": "2024-05-01T14:34:56+02:00", "hostID": null, "extra": [1, {"x": 2}]})");
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->encode(), encoded);
+    owner.hostID = "H-1";
+    EXPECT_NE(owner.encode().find("\"createdAt\": \"2024-05-01T12:34:56Z\",\n  \"hostID\": \"H-1\",\n"),
+              std::string::npos);
+    EXPECT_EQ(MCPMutationLockOwner::decode(owner.encode())->hostID, "H-1");
+    const MCPMutationMarker marker{*Uuid::parse(kToken), *parseIso8601("2024-05-01T12:34:56Z")};
+    EXPECT_EQ(marker.encode(), "{\n  \"createdAt\": \"2024-05-01T12:34:56Z\",\n  \"token\": \"" +
+                                   std::string(kToken) + "\"\n}");
+}
+
+TEST(LockOwnerRecord, RefusesWholeRecordsWithAnyUnusableRequiredValue) {
+    const std::string token = "\"token\": \"" + std::string(kToken) + "\"", pid = "\"processID\": 1",
+                      host = "\"hostName\": \"h\"", created = "\"createdAt\": \"2024-05-01T12:34:56Z\"";
+    const auto withProcessID = [&](std::string_view processID) {
+        return MCPMutationLockOwner::decode(
+            object({token, host, created, "\"processID\": " + std::string(processID)}));
+    };
+    for (const char* processID : {"2147483647", "-2147483648", "0"})
+        EXPECT_EQ(std::to_string(withProcessID(processID).value_or(MCPMutationLockOwner{}).processID),
+                  processID);
+    for (const char* processID :
+         {"2147483648", "-2147483649", "18446744073709551615", "42.5", "\"42\"", "true", "null"})
+        EXPECT_FALSE(withProcessID(processID)) << processID;
+    for (const std::string& record :
+         {std::string(), std::string("[]"), std::string("not json"), object({pid, host, created}),
+          object({token, host, created}), object({token, pid, created}), object({token, pid, host}),
+          object({"\"token\": \"not-a-uuid\"", pid, host, created}),
+          object({token, pid, "\"hostName\": 7", created}),
+          object({token, pid, host, "\"createdAt\": \"2024-05-01T12:34:56.000Z\""}),
+          object({token, pid, host, "\"createdAt\": 1714566896"}),
+          object({token, pid, host, created, "\"hostID\": 12"})})
+        EXPECT_FALSE(MCPMutationLockOwner::decode(record)) << record;
+    std::string largest = object({token, pid, host, created});
+    largest.append(kMaximumLockRecordBytes - largest.size(), ' ');
+    EXPECT_TRUE(MCPMutationLockOwner::decode(largest));
+    EXPECT_FALSE(MCPMutationLockOwner::decode(largest + ' '));
 }
 
 stdfs::perms permissions(const std::string& path) {
     return stdfs::symlink_status(path).permissions() & stdfs::perms::mask;
 }
 
-TEST(LockOwnerRecord, EncodesPrettyWithSortedKeys) {
-    EXPECT_EQ(sampleOwner().encode(), "{\n"
-                                      "  \"createdAt\": \"2024-05-01T12:34:56Z\",\n"
-                                      "  \"hostName\": \"Studio.local\",\n"
-                                      "  \"processID\": 4242,\n"
-                                      "  \"token\": \"0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D\"\n"
-                                      "}");
-    MCPMutationLockOwner withHost = sampleOwner();
-    withHost.hostID = "H-1";
-    EXPECT_NE(withHost.encode().find("\"createdAt\": \"2024-05-01T12:34:56Z\",\n  \"hostID\": \"H-1\",\n"),
-              std::string::npos);
-    EXPECT_EQ(MCPMutationLockOwner::decode(withHost.encode())->hostID, "H-1");
-}
-
-TEST(LockOwnerRecord, DecodesWhatOtherParticipantsMayWrite) {
-    const auto owner =
-        MCPMutationLockOwner::decode(validRecord(R"(, "hostID": null, "extra": [1, {"x": 2}])"));
-    ASSERT_TRUE(owner);
-    EXPECT_EQ(owner->token.text(), kToken); // lower-case text is accepted
-    EXPECT_EQ(owner->processID, 4242);
-    EXPECT_EQ(owner->hostName, "Studio.local");
-    EXPECT_FALSE(owner->hostID);
-    EXPECT_EQ(formatIso8601(owner->createdAt), "2024-05-01T12:34:56Z");
-
-    const struct {
-        std::string processID;
-        std::optional<int> decoded;
-    } processIDs[] = {
-        {"2147483647", 2147483647},
-        {"-2147483648", -2147483647 - 1},
-        {"0", 0},
-        {"2147483648", std::nullopt},
-        {"-2147483649", std::nullopt},
-        {"18446744073709551615", std::nullopt},
-        {"42.5", std::nullopt},
-        {"\"42\"", std::nullopt},
-        {"true", std::nullopt},
-        {"null", std::nullopt},
-    };
-    for (const auto& c : processIDs) {
-        const auto record = R"({"token": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "hostName": "h",
-                                "createdAt": "2024-05-01T12:34:56Z", "processID": )" +
-                            c.processID + "}";
-        const auto decoded = MCPMutationLockOwner::decode(record);
-        EXPECT_EQ(decoded ? std::optional<int>(decoded->processID) : std::nullopt, c.decoded) << c.processID;
-    }
-}
-
-TEST(LockOwnerRecord, RefusesWholeRecordsWithAnyUnusableRequiredValue) {
-    const std::string undecodable[] = {
-        "",
-        "[]",
-        "not json",
-        R"({"processID": 1, "hostName": "h", "createdAt": "2024-05-01T12:34:56Z"})",
-        R"({"token": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "hostName": "h", "createdAt": "2024-05-01T12:34:56Z"})",
-        R"({"token": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "processID": 1, "createdAt": "2024-05-01T12:34:56Z"})",
-        R"({"token": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "processID": 1, "hostName": "h"})",
-        R"({"token": "not-a-uuid", "processID": 1, "hostName": "h", "createdAt": "2024-05-01T12:34:56Z"})",
-        R"({"token": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "processID": 1, "hostName": 7,
-            "createdAt": "2024-05-01T12:34:56Z"})",
-        R"({"token": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "processID": 1, "hostName": "h",
-            "createdAt": "2024-05-01T12:34:56.000Z"})",
-        R"({"token": "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", "processID": 1, "hostName": "h",
-            "createdAt": 1714566896})",
-        validRecord(R"(, "hostID": 12)"),
-    };
-    for (const auto& record : undecodable)
-        EXPECT_FALSE(MCPMutationLockOwner::decode(record)) << record;
-}
-
-TEST(LockOwnerRecord, SizeLimitIsInclusive) {
-    std::string record = validRecord();
-    record.append(kMaximumLockRecordBytes - record.size(), ' ');
-    EXPECT_TRUE(MCPMutationLockOwner::decode(record));
-    record += ' ';
-    EXPECT_FALSE(MCPMutationLockOwner::decode(record));
-}
-
-TEST(MutationMarkerRecord, EncodesPrettyWithSortedKeys) {
-    const MCPMutationMarker marker{*Uuid::parse(kToken), *parseIso8601("2024-05-01T12:34:56Z")};
-    EXPECT_EQ(marker.encode(), "{\n"
-                               "  \"createdAt\": \"2024-05-01T12:34:56Z\",\n"
-                               "  \"token\": \"0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D\"\n"
-                               "}");
-}
-
-TEST(MutationLock, AcquireWritesThisProcessRecordAndReleaseLeavesNothing) {
+TEST(MutationLock, AcquireWritesThisProcessRecordAndReleaseLeavesNothingButAnotherOwnersLock) {
     TempLibrary library;
     const std::string locks = library.path("Vorlo Data/Locks");
     MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
     EXPECT_FALSE(library.exists("Vorlo Data")); // making the object touches no file
     lock.acquire();
     EXPECT_TRUE(lock.acquired());
-    EXPECT_EQ(permissions(library.path("Vorlo Data")), stdfs::perms::owner_all);
-    EXPECT_EQ(permissions(locks), stdfs::perms::owner_all);
-    EXPECT_EQ(permissions(lock.lockPath()), stdfs::perms::owner_all);
+    for (const std::string& folder : {library.path("Vorlo Data"), locks, lock.lockPath()})
+        EXPECT_EQ(permissions(folder), stdfs::perms::owner_all) << folder;
     const std::string ownerPath = lock.lockPath() + "/Owner.json";
     EXPECT_EQ(permissions(ownerPath), stdfs::perms::owner_read | stdfs::perms::owner_write);
-    const auto record = MCPMutationLockOwner::decode(testing::readFile(ownerPath));
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->token, lock.owner().token);
-    EXPECT_EQ(record->processID, process::currentProcessId());
-    EXPECT_EQ(record->hostName, process::hostName());
-    EXPECT_EQ(testing::readFile(ownerPath).find("hostID"), std::string::npos);
-
+    MCPMutationLockOwner expected = lock.owner();
+    expected.processID = process::currentProcessId();
+    expected.hostName = process::hostName();
+    EXPECT_EQ(testing::readFile(ownerPath), expected.encode()); // and no host ID
     lock.release();
     EXPECT_FALSE(lock.acquired());
     EXPECT_TRUE(stdfs::is_empty(locks)) << "no lock and no Released folder remain";
     lock.release(); // a second release touches nothing
     EXPECT_TRUE(stdfs::is_empty(locks));
-}
 
-TEST(MutationLock, ReleaseLeavesALockThatAnotherOwnerTookOver) {
-    TempLibrary library;
-    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
-    lock.acquire();
-    MCPMutationLockOwner successor = lock.owner();
+    MCPMutationLock second(library.library(), "Vorlo Data/Locks");
+    second.acquire();
+    MCPMutationLockOwner successor = second.owner();
     successor.token = Uuid::random();
-    const std::string ownerPath = lock.lockPath() + "/Owner.json";
     testing::writeFile(ownerPath, successor.encode());
-
-    lock.release();
-    EXPECT_FALSE(lock.acquired());
+    second.release();
+    EXPECT_FALSE(second.acquired());
     EXPECT_EQ(testing::readFile(ownerPath), successor.encode());
 }
 
-TEST(MutationLock, UncreatableLocksFolderIsAPlatformErrorWithoutAbsolutePath) {
-    TempLibrary library;
-    library.write("Vorlo Data", "a file where the folder belongs");
-    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
-    try {
-        lock.acquire();
-        FAIL() << "acquired below a file";
-    } catch (const PlatformError& error) {
-        EXPECT_STREQ(error.what(),
-                     "The folder \u201CVorlo Data/Locks\u201D could not be created: Not a directory.");
-    }
-    EXPECT_FALSE(lock.acquired());
-}
-
-TEST(MutationLock, PrivateFolderThatIsALinkIsRefusedNotFollowed) {
-    for (const char* link : {"Vorlo Data", "Vorlo Data/Locks"}) {
-        SCOPED_TRACE(link);
+TEST(MutationLock, PrivateFoldersThatCannotBeMadeOrAreLinksAreAnErrorWithoutAbsolutePath) {
+    for (const char* blocker : {"file Vorlo Data", "link Vorlo Data", "link Vorlo Data/Locks"}) {
+        SCOPED_TRACE(blocker);
         TempLibrary library;
         library.write("../outside/keep", "");
-        if (std::string_view(link) != "Vorlo Data") library.makeFolder("Vorlo Data");
-        library.link(link, library.root() + "/outside");
+        const std::string_view name = std::string_view(blocker).substr(5);
+        if (name != "Vorlo Data") library.makeFolder("Vorlo Data");
+        if (blocker[0] == 'f')
+            library.write(name, "a file where the folder belongs");
+        else
+            library.link(name, library.root() + "/outside");
         MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
         try {
             lock.acquire();
-            FAIL() << "acquired through a link";
+            ADD_FAILURE() << "acquired";
         } catch (const PlatformError& error) {
             EXPECT_STREQ(error.what(),
                          "The folder \u201CVorlo Data/Locks\u201D could not be created: Not a directory.");
         }
         EXPECT_FALSE(lock.acquired());
-        EXPECT_EQ(std::distance(stdfs::directory_iterator(library.root() + "/outside"), stdfs::directory_iterator()), 1);
+        EXPECT_EQ(std::distance(stdfs::directory_iterator(library.root() + "/outside"),
+                                stdfs::directory_iterator()),
+                  1);
     }
 }
 
@@ -211,18 +156,19 @@ TEST(MutationLock, ALockMovedAsideBeforeItsRecordArrivedIsNotHeld) {
         acquireAndRelease();
         const auto calls = tracing.calls();
         for (std::size_t i = 0; i < calls.size() && recordMove == 0; ++i)
-            if (calls[i].call == sys::Call::Rename && calls[i].path.ends_with("/Owner.json")) recordMove = i + 1;
+            if (calls[i].call == sys::Call::Rename && calls[i].path.ends_with("/Owner.json"))
+                recordMove = i + 1;
     }
     ASSERT_NE(recordMove, 0u);
-
     // The other owner's process is gone, so its lock is judged abandoned at once.
-    const MCPMutationLockOwner other{Uuid::random(), 2147483647, process::hostName(), std::nullopt, currentTime()};
-    const sys::FaultInjection takeover({{recordMove, 0, false, [&] {
-                                             stdfs::rename(locks + "/Library Mutation.lock", locks + "/Moved");
-                                             stdfs::create_directory(locks + "/Library Mutation.lock");
-                                             testing::writeFile(locks + "/Library Mutation.lock/Owner.json",
-                                                                other.encode());
-                                         }}});
+    const MCPMutationLockOwner other{Uuid::random(), 2147483647, process::hostName(), std::nullopt,
+                                     currentTime()};
+    const sys::FaultInjection takeover(
+        {{recordMove, 0, false, [&] {
+              stdfs::rename(locks + "/Library Mutation.lock", locks + "/Moved");
+              stdfs::create_directory(locks + "/Library Mutation.lock");
+              testing::writeFile(locks + "/Library Mutation.lock/Owner.json", other.encode());
+          }}});
     MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
     lock.acquire();
     EXPECT_EQ(takeover.faultsInjected(), 1u);
