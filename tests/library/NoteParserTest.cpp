@@ -64,7 +64,7 @@ TEST(NoteParser, ReadsFrontMatterBodyAndTags) {
 
 TEST(NoteParser, FolderAndDefaultTitleComeFromThePath) {
     const std::tuple<const char*, const char*, const char*> cases[] = {
-        {"Note.MD", "", "Note"},
+        {"N.MD", "", "N"},
         {"A/B/C/deep.plan.md", "A/B/C", "deep.plan"},
         {"Projects/README", "Projects", "README"},
         {"Projects/.md", "Projects", ".md"}};
