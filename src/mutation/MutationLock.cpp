@@ -127,8 +127,10 @@ void MCPMutationLock::acquire() {
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
         // Creating the folder is the atomic step: of any number of processes, exactly one succeeds.
         if (const auto lock = locks_->makeChild(kLockName, nullptr)) {
-            // The record arrives by rename, so a waiter finds a whole record or none.
-            if (lock->replaceFile(kOwnerName, record, 0600) == 0) {
+            // The record arrives by rename, so a waiter finds a whole record or none. It is not
+            // flushed: after a power cut no owner lives, and an undated lock is judged by its
+            // folder's age.
+            if (lock->replaceFile(kOwnerName, record, 0600, fs::Folder::Flush::No) == 0) {
                 // A waiter that judged the lock before the record arrived may have moved the folder
                 // aside meanwhile, and the record then went with it: the lock is ours only if the
                 // folder at the lock's name is still the one made here. (Its inode cannot have gone

@@ -32,9 +32,11 @@ std::optional<std::string> VorloMCPServer::recordCompletedMutation() const {
     const auto folder = fs::Folder::openBelow(libraryURL_, kLocksFolder, fs::Folder::Missing::Make, &error);
     if (!folder) return markerWarning(describeFileFailure("folder", kLocksFolder, "created", error));
 
+    // Not flushed: a marker lost to a power cut only delays the application's refresh.
     const MCPMutationMarker marker{Uuid::random(), currentTime()};
     const std::string displayPath = std::string(kLocksFolder) + "/" + std::string(kMarkerName);
-    if (const int writeError = folder->replaceFile(kMarkerName, marker.encode(), 0600); writeError != 0)
+    if (const int writeError = folder->replaceFile(kMarkerName, marker.encode(), 0600, fs::Folder::Flush::No);
+        writeError != 0)
         return markerWarning(describeFileFailure("file", displayPath, "written", writeError));
     return std::nullopt;
 }

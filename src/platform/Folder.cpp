@@ -229,7 +229,8 @@ std::optional<FileContents> Folder::readFile(std::string_view name, std::uint64_
 // Writes a temporary file in this folder, then moves it to `name` with `move`. The temporary file
 // is removed on every way out; after a successful move there is nothing left to remove.
 template <typename Move>
-int Folder::placeThroughTemporary(std::string_view name, std::string_view bytes, unsigned mode, Move move) const {
+int Folder::placeThroughTemporary(std::string_view name, std::string_view bytes, unsigned mode, Flush flush,
+                                  Move move) const {
     if (!isPlainName(name)) return EINVAL;
     const std::string target(name);
     const std::string temporary = ".Vorlo MCP " + Uuid::random().text() + ".tmp";
@@ -239,7 +240,7 @@ int Folder::placeThroughTemporary(std::string_view name, std::string_view bytes,
     int result = writeAll(fd, bytes);
     if (result == 0 && sys::fchmod(fd, static_cast<mode_t>(mode)) != 0) result = errno;
     // The bytes reach the disk before the name does, so a power cut never leaves an empty note.
-    if (result == 0 && sys::fsync(fd) != 0) result = errno;
+    if (result == 0 && flush == Flush::Durable && sys::fsync(fd) != 0) result = errno;
     if (sys::close(fd) != 0 && result == 0) result = errno;
     if (result == 0) result = move(fd_.get(), temporary.c_str(), target.c_str());
     if (result != 0) {
@@ -248,18 +249,20 @@ int Folder::placeThroughTemporary(std::string_view name, std::string_view bytes,
     }
     // The move by hard link leaves the temporary name to be removed; one more try if that failed.
     if (contains(temporary)) sys::unlinkat(fd_.get(), temporary.c_str(), 0);
-    sys::fsync(fd_.get()); // the rename itself is durable once its folder is flushed
+    // The rename itself is durable once its folder is flushed.
+    if (flush == Flush::Durable) sys::fsync(fd_.get());
     return 0;
 }
 
-int Folder::replaceFile(std::string_view name, std::string_view bytes, unsigned mode) const {
-    return placeThroughTemporary(name, bytes, mode, [](int folderFd, const char* from, const char* to) {
-        return sys::renameat(folderFd, from, folderFd, to) == 0 ? 0 : errno;
-    });
+int Folder::replaceFile(std::string_view name, std::string_view bytes, unsigned mode, Flush flush) const {
+    return placeThroughTemporary(name, bytes, mode, flush,
+                                 [](int folderFd, const char* from, const char* to) {
+                                     return sys::renameat(folderFd, from, folderFd, to) == 0 ? 0 : errno;
+                                 });
 }
 
-int Folder::createFile(std::string_view name, std::string_view bytes, unsigned mode) const {
-    return placeThroughTemporary(name, bytes, mode, renameExclusive);
+int Folder::createFile(std::string_view name, std::string_view bytes, unsigned mode, Flush flush) const {
+    return placeThroughTemporary(name, bytes, mode, flush, renameExclusive);
 }
 
 int Folder::rename(std::string_view from, std::string_view to) const {

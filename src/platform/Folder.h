@@ -42,12 +42,15 @@ public:
     std::optional<FileContents> readFile(std::string_view name, std::uint64_t maximumBytes,
                                          int* errorNumber = nullptr) const;
 
-    // Writes `bytes` to a hidden temporary file in this folder (".Vorlo MCP <UUID>.tmp"), flushes
-    // it, sets `mode`, renames it to `name`, and flushes the folder. The temporary file is gone on
-    // every way out. Returns 0 or errno.
-    int replaceFile(std::string_view name, std::string_view bytes, unsigned mode) const;
+    // Writes `bytes` to a hidden temporary file in this folder (".Vorlo MCP <UUID>.tmp"), sets
+    // `mode` and renames it to `name`; `Flush::Durable` also flushes the file before the rename and
+    // the folder after it. The temporary file is gone on every way out. Returns 0 or errno.
+    enum class Flush { Durable, No };
+    int replaceFile(std::string_view name, std::string_view bytes, unsigned mode,
+                    Flush flush = Flush::Durable) const;
     // The same, but the final move never replaces anything: EEXIST when `name` is taken.
-    int createFile(std::string_view name, std::string_view bytes, unsigned mode) const;
+    int createFile(std::string_view name, std::string_view bytes, unsigned mode,
+                   Flush flush = Flush::Durable) const;
     // Renames an entry of this folder within it. Returns 0 or errno.
     int rename(std::string_view from, std::string_view to) const;
     // Removes `name`, with all it holds when it is a folder, never following a link. 0 or errno.
@@ -59,7 +62,8 @@ public:
 private:
     Folder(UniqueFd fd, std::string path) : fd_(std::move(fd)), path_(std::move(path)) {}
     template <typename Move>
-    int placeThroughTemporary(std::string_view name, std::string_view bytes, unsigned mode, Move move) const;
+    int placeThroughTemporary(std::string_view name, std::string_view bytes, unsigned mode, Flush flush,
+                              Move move) const;
 
     UniqueFd fd_;
     std::string path_;

@@ -223,6 +223,15 @@ TEST_F(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
             std::ranges::any_of(
                 steps, [](const Step& s) { return s.call.path.find("Abandoned ") != std::string::npos; }),
             operation == UpdatePastADeadWriter);
+        // One durable write a change: the note's file and then its folder reach the disk, and
+        // nothing of the lock or the marker waits for it.
+        std::vector<std::string> flushed;
+        for (const Step& step : steps)
+            if (step.call.call == Call::Fsync) flushed.push_back(step.call.path);
+        const std::string folder = operation == Create ? "Notes/New/Deep" : "Notes";
+        ASSERT_EQ(flushed.size(), 2u) << ::testing::PrintToString(flushed);
+        EXPECT_TRUE(flushed[0].starts_with(folder + "/.Vorlo MCP ") && flushed[1] == folder)
+            << flushed[0] << ", " << flushed[1];
         failEachCall(operation, steps, 1);
     }
 }

@@ -123,6 +123,10 @@ TEST(Packaging, DebianPackageListsItsFilesAndRuntimeLibraries) {
         "dpkg -S $p || dpkg -S /usr$p || dpkg -S ${p#/usr}; done 2>/dev/null | sed 's/[:,].*//' | sort -u");
     EXPECT_EQ(depends.second, needed.second);
     EXPECT_NE(needed.second.find("libc6\n"), std::string::npos) << needed.second;
+    // The description reads as prose: no list separator where CMake joined its pieces.
+    const std::string description = shell("dpkg-deb -f " + deb + " Description").second;
+    EXPECT_TRUE(description.find("safe access") != std::string::npos && description.find(';') == std::string::npos)
+        << description;
 }
 
 // The executable that clients start carries ICU, libcrypto and the C++ runtime inside it, when the

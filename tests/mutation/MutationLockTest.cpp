@@ -65,7 +65,7 @@ TEST(LockOwnerRecord, RefusesWholeRecordsWithAnyUnusableRequiredValue) {
     for (const std::string& record :
          {std::string(), std::string("[]"), std::string("not json"), object({pid, host, created}),
           object({token, host, created}), object({token, pid, created}), object({token, pid, host}),
-          object({"\"token\": \"not-a-uuid\"", pid, host, created}),
+          object({"\"token\": \"not-a-uuid\"", pid, host, created}), object({"\"token\": 7", pid, host, created}),
           object({token, pid, "\"hostName\": 7", created}),
           object({token, pid, host, "\"createdAt\": \"2024-05-01T12:34:56.000Z\""}),
           object({token, pid, host, "\"createdAt\": 1714566896"}),
