@@ -3,11 +3,18 @@
 // server on it and checks what must hold whatever the input; a broken property throws FuzzFailure.
 // libFuzzer drives them through FuzzEntry.cpp, and the test binary replays the corpora through them.
 
-#include <cstddef>
+// The text primitives and limits that every target's checks use.
+#include "platform/CharacterSets.h"
+#include "platform/Characters.h"
+#include "platform/Folding.h"
+#include "platform/Utf8.h"
+#include "tools/Limits.h"
+
+#include <algorithm>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace vorlo::fuzz {
 
@@ -15,29 +22,23 @@ struct FuzzFailure : std::logic_error {
     using std::logic_error::logic_error;
 };
 
-#define VORLO_FUZZ_CHECK(condition)                                                                         \
-    do {                                                                                                    \
-        if (!(condition))                                                                                   \
-            throw ::vorlo::fuzz::FuzzFailure(std::string(__FILE__) + ":" + std::to_string(__LINE__) + ": " + \
-                                             #condition);                                                   \
-    } while (false)
+inline void check(bool holds, const char* file, int line, const char* condition) {
+    if (!holds) throw FuzzFailure(std::string(file) + ":" + std::to_string(line) + ": " + condition);
+}
+#define VORLO_FUZZ_CHECK(condition)                                                                          \
+    ::vorlo::fuzz::check(static_cast<bool>(condition), __FILE__, __LINE__, #condition)
 
-// One input line through the JSON-RPC dispatch and the tools, on a small temporary library.
-int fuzzLineHandler(const std::uint8_t* data, std::size_t size);
-// The note file parser, the inline tags and the preview against the regular-expression engine.
-int fuzzNoteParser(const std::uint8_t* data, std::size_t size);
-// Path tests, path normalisation, file names for titles and the tag validator.
-int fuzzPaths(const std::uint8_t* data, std::size_t size);
-// JSON documents, JSON strings and string arrays, strict UTF-8.
-int fuzzJsonString(const std::uint8_t* data, std::size_t size);
-// Note fields rendered to a file and parsed back.
-int fuzzRenderParse(const std::uint8_t* data, std::size_t size);
+using FuzzFunction = int(const std::uint8_t* data, std::size_t size);
+// In turn: one input line through the JSON-RPC dispatch and the tools, on a small temporary library;
+// the note file parser, the inline tags and the preview against the regular-expression engine; path
+// tests, path normalisation, file names for titles and the tag validator; JSON documents, JSON
+// strings and string arrays, strict UTF-8; note fields rendered to a file and parsed back.
+FuzzFunction fuzzLineHandler, fuzzNoteParser, fuzzPaths, fuzzJsonString, fuzzRenderParse;
 
 struct FuzzTarget {
     std::string_view name; // the folder of its corpus under tests/fuzz/corpus
-    int (*run)(const std::uint8_t*, std::size_t);
+    FuzzFunction* run;
 };
-
 inline constexpr FuzzTarget kFuzzTargets[] = {
     {"line_handler", fuzzLineHandler}, {"note_parser", fuzzNoteParser}, {"paths", fuzzPaths},
     {"json_string", fuzzJsonString},   {"render_parse", fuzzRenderParse},
@@ -51,14 +52,13 @@ inline std::size_t nesting(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
+            i += c == '\\';
+            inString = c != '"';
         } else if (c == '[' || c == '{') {
-            if (++depth > deepest) deepest = depth;
-        } else if ((c == ']' || c == '}') && depth > 0) {
-            --depth;
+            deepest = std::max(deepest, ++depth);
+        } else {
+            inString = c == '"';
+            depth -= (c == ']' || c == '}') && depth > 0;
         }
     }
     return deepest;
@@ -74,14 +74,17 @@ inline std::string_view asText(const std::uint8_t* data, std::size_t size) {
 inline std::string normalisedLineEnds(std::string_view text) {
     std::string out;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\r') {
-            out += '\n';
-            if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-        } else {
-            out += text[i];
-        }
+        out += text[i] == '\r' ? '\n' : text[i];
+        i += text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
     }
     return out;
+}
+
+// Whether the tag is among the listed ones, compared in canonical composition.
+inline bool listsTag(const std::vector<std::string>& tags, std::string_view tag) {
+    const std::string composed = text::canonicalComposition(tag);
+    return std::ranges::any_of(
+        tags, [&](const std::string& listed) { return text::canonicalComposition(listed) == composed; });
 }
 
 } // namespace vorlo::fuzz

@@ -5,32 +5,9 @@
 #include "library/InlineTags.h"
 #include "library/NoteParser.h"
 #include "library/Summaries.h"
-#include "platform/CharacterSets.h"
-#include "platform/Characters.h"
-#include "platform/Folding.h"
 #include "platform/RegexReference.h"
-#include "platform/Utf8.h"
-#include "tools/Limits.h"
-
-#include <algorithm>
 
 namespace vorlo::fuzz {
-namespace {
-
-bool isCanonicalUuid(std::string_view id) {
-    if (id.size() != 36) return false;
-    for (std::size_t i = 0; i < id.size(); ++i) {
-        const char c = id[i];
-        if (i == 8 || i == 13 || i == 18 || i == 23) {
-            if (c != '-') return false;
-        } else if (!((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'))) {
-            return false;
-        }
-    }
-    return true;
-}
-
-} // namespace
 
 int fuzzNoteParser(const std::uint8_t* data, std::size_t size) {
     const std::string_view input = asText(data, size);
@@ -42,19 +19,22 @@ int fuzzNoteParser(const std::uint8_t* data, std::size_t size) {
 
     const NoteRecord note = library::parseNote(std::string(fileText), relativePath, std::nullopt, "revision");
     const std::string normalised = normalisedLineEnds(fileText);
-    VORLO_FUZZ_CHECK(note.content.find('\r') == std::string::npos);
-    VORLO_FUZZ_CHECK(normalised.ends_with(note.content));
+    VORLO_FUZZ_CHECK(note.content.find('\r') == std::string::npos && normalised.ends_with(note.content));
     VORLO_FUZZ_CHECK(note.relativePath == relativePath && note.revision == "revision");
     VORLO_FUZZ_CHECK(relativePath.starts_with(note.relativeFolder));
     VORLO_FUZZ_CHECK(text::isValidUtf8(note.title) && text::isValidUtf8(note.content));
-    VORLO_FUZZ_CHECK(!note.id || isCanonicalUuid(*note.id));
+    // An id is a canonical UUID: upper-case hexadecimal digits in groups of 8-4-4-4-12.
+    const std::string id = note.id.value_or("00000000-0000-0000-0000-000000000000");
+    VORLO_FUZZ_CHECK(id.size() == 36 && id.find_first_not_of("0123456789ABCDEF-") == std::string::npos &&
+                     std::count(id.begin(), id.end(), '-') == 4 && id[8] == '-' && id[13] == '-' &&
+                     id[18] == '-' && id[23] == '-');
     if (note.content.size() == normalised.size()) {
         // No front matter: every header field at its default.
         VORLO_FUZZ_CHECK(!note.id && !note.created && !note.modified && !note.pinned && !note.archived);
         VORLO_FUZZ_CHECK(note.title == library::defaultTitle(relativePath));
     } else {
-        VORLO_FUZZ_CHECK(normalised.starts_with("---\n"));
-        VORLO_FUZZ_CHECK(normalised.substr(0, normalised.size() - note.content.size()).ends_with("\n---\n"));
+        VORLO_FUZZ_CHECK(normalised.starts_with("---\n") &&
+                         normalised.substr(0, normalised.size() - note.content.size()).ends_with("\n---\n"));
     }
     for (std::size_t i = 0; i < note.tags.size(); ++i) {
         VORLO_FUZZ_CHECK(text::isValidUtf8(note.tags[i]));
@@ -65,12 +45,8 @@ int fuzzNoteParser(const std::uint8_t* data, std::size_t size) {
     static text::RegexReference tagPattern(library::kInlineTagPattern);
     const std::vector<std::string> inlineTags = library::inlineTags(note.content);
     VORLO_FUZZ_CHECK(inlineTags == tagPattern.allGroupOneMatches(note.content));
-    for (const auto& tag : inlineTags) {
-        const std::string composed = text::canonicalComposition(tag);
-        VORLO_FUZZ_CHECK(std::any_of(note.tags.begin(), note.tags.end(), [&](const std::string& listed) {
-            return text::canonicalComposition(listed) == composed;
-        }));
-    }
+    for (const auto& tag : inlineTags)
+        VORLO_FUZZ_CHECK(listsTag(note.tags, tag));
 
     static text::RegexReference headingMarks(R"((?m)^#{1,6}\s+)"), whitespace(R"(\s+)");
     const std::string collapsed =
@@ -79,10 +55,9 @@ int fuzzNoteParser(const std::uint8_t* data, std::size_t size) {
                      text::firstCharacters(text::trimWhitespaceAndNewlines(collapsed), kPreviewCharacters));
 
     // A snippet is a bounded piece of valid text whatever the query.
-    const std::string query(text::firstCharacters(note.title, 20));
-    const std::string snippet = library::snippet(note.content, query);
-    VORLO_FUZZ_CHECK(text::isValidUtf8(snippet));
-    VORLO_FUZZ_CHECK(text::characterCount(snippet) <= kSnippetCharacters + 2);
+    const std::string snippet =
+        library::snippet(note.content, std::string(text::firstCharacters(note.title, 20)));
+    VORLO_FUZZ_CHECK(text::isValidUtf8(snippet) && text::characterCount(snippet) <= kSnippetCharacters + 2);
     return 0;
 }
 
