@@ -3,34 +3,28 @@
 // every reply against the protocol's schemas. Run through tests/clients/run.
 import { after, before, describe, it } from 'node:test';
 import assert from 'node:assert/strict';
-import { Buffer } from 'node:buffer';
 import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
-
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
 import { ErrorCode, McpError } from '@modelcontextprotocol/sdk/types.js';
 
-const executable =
-  process.env.VORLO_MCP_EXECUTABLE ?? join(dirname(fileURLToPath(import.meta.url)), '..', '..', 'build', 'vorlo-mcp');
-
+const executable = process.env.VORLO_MCP_EXECUTABLE ?? fileURLToPath(new URL('../../build/vorlo-mcp', import.meta.url));
 const noteId = '3C9A1B2D-4E5F-4A6B-8C7D-9E0F1A2B3C4D';
 const meeting = 'Work/Budget meeting.md';
 // A 1x1 PNG, a plain text file and a (tiny) PDF: one attachment for each form of reply.
 const attachments = {
   'whiteboard.png': Buffer.from(
-    'iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR4nGP4z8DwHwAFAAH/iZk9HQAAAABJRU5ErkJggg==',
-    'base64',
-  ),
+    'iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR4nGP4z8DwHwAFAAH/iZk9HQAAAABJRU5ErkJggg==', 'base64'),
   'agenda.txt': Buffer.from('Agenda\n1. Budget\n2. Hiring — décisions\n'),
   'Quarterly report.pdf': Buffer.from('%PDF-1.4\n%\xe2\xe3\xcf\xd3\n1 0 obj<<>>endobj\ntrailer<<>>\n%%EOF\n', 'latin1'),
 };
 
-function makeLibrary() {
+function makeLibrary(mcp = { enabled: true, allowWriting: true }) {
   const root = mkdtempSync(join(tmpdir(), 'vorlo-client-'));
-  const library = join(root, 'Library');
+  const library = join(root, 'Library'), preferences = join(root, 'Preferences.json');
   const files = {
     [meeting]: `---\nid: ${noteId}\ntitle: "Budget meeting"\ncreated: 2026-03-02T09:00:00Z\nmodified: 2026-03-02T10:30:00Z
 tags: ["work"]\npinned: false\narchived: false\n---\nWe agreed on the budget for the spring release. #work/decisions\n`,
@@ -42,26 +36,19 @@ tags: ["work"]\npinned: false\narchived: false\n---\nWe agreed on the budget for
     mkdirSync(dirname(join(library, path)), { recursive: true });
     writeFileSync(join(library, path), bytes);
   }
-  const preferences = join(root, 'Preferences.json');
-  writeFileSync(preferences, JSON.stringify({ libraryPath: library, mcp: { enabled: true, allowWriting: true } }));
+  writeFileSync(preferences, JSON.stringify({ libraryPath: library, mcp }));
   return { root, library, preferences };
 }
 
 // As hosts start servers: an explicit environment with no locale variables. (The SDK itself adds
 // a few safe variables such as USER and SHELL, and never LANG or LC_*.)
 function startClient(preferences) {
-  const transport = new StdioClientTransport({
-    command: executable,
-    args: [],
-    env: { PATH: process.env.PATH ?? '/usr/bin:/bin', HOME: process.env.HOME ?? '/', VORLO_MCP_PREFERENCES: preferences },
-    stderr: 'pipe',
-  });
-  let standardError = '';
-  transport.stderr?.on('data', (chunk) => (standardError += chunk));
-  const client = new Client({ name: 'vorlo-client-test', version: '1.0.0' });
-  const transportErrors = [];
-  client.onerror = (error) => transportErrors.push(error);
-  return { client, transport, transportErrors, standardError: () => standardError };
+  const env = { PATH: process.env.PATH ?? '/usr/bin:/bin', HOME: process.env.HOME ?? '/', VORLO_MCP_PREFERENCES: preferences };
+  const transport = new StdioClientTransport({ command: executable, args: [], env, stderr: 'pipe' });
+  const session = { client: new Client({ name: 'vorlo-client-test', version: '1.0.0' }), transport, errors: [], stderr: '' };
+  transport.stderr?.on('data', (chunk) => (session.stderr += chunk));
+  session.client.onerror = (error) => session.errors.push(error);
+  return session;
 }
 
 describe('a session through the official MCP TypeScript SDK', () => {
@@ -71,7 +58,6 @@ describe('a session through the official MCP TypeScript SDK', () => {
     if (!result.isError) assert.deepEqual(JSON.parse(result.content[0].text), result.structuredContent);
     return result;
   };
-
   before(async () => {
     library = makeLibrary();
     session = startClient(library.preferences);
@@ -87,22 +73,18 @@ describe('a session through the official MCP TypeScript SDK', () => {
     assert.ok(session.client.getServerCapabilities()?.tools, 'the server announces tools');
     await session.client.ping();
     const { tools } = await session.client.listTools();
-    assert.deepEqual(
-      tools.map((tool) => [tool.name, tool.inputSchema.type, tool.annotations?.readOnlyHint]),
-      [['list_notes', 'object', true], ['search_notes', 'object', true], ['read_note', 'object', true],
-       ['read_attachment', 'object', true], ['create_note', 'object', false], ['update_note', 'object', false]],
-    );
+    assert.deepEqual(tools.map((tool) => [tool.name, tool.inputSchema.type, tool.annotations?.readOnlyHint]),
+                     [['list_notes', 'object', true], ['search_notes', 'object', true], ['read_note', 'object', true],
+                      ['read_attachment', 'object', true], ['create_note', 'object', false], ['update_note', 'object', false]]);
   });
 
   it('lists, filters, searches with case and accents folded, and reads a note', async () => {
-    const all = await call('list_notes', {});
-    assert.deepEqual(all.structuredContent.notes.map((note) => note.path).sort(),
-                     ['Recipes/Crème brûlée.md', 'Welcome.md', meeting]);
-    const work = await call('list_notes', { folder: 'work' });
-    assert.deepEqual(work.structuredContent.notes.map((note) => note.title), ['Budget meeting']);
+    const all = (await call('list_notes', {})).structuredContent.notes;
+    assert.deepEqual(all.map((note) => note.path).sort(), ['Recipes/Crème brûlée.md', 'Welcome.md', meeting]);
+    const work = (await call('list_notes', { folder: 'work' })).structuredContent.notes;
+    assert.deepEqual(work.map((note) => note.title), ['Budget meeting']);
     const found = (await call('search_notes', { query: 'CREME BRULEE' })).structuredContent;
-    assert.equal(found.total_matches, 1);
-    assert.equal(found.notes[0].path, 'Recipes/Crème brûlée.md');
+    assert.deepEqual([found.total_matches, found.notes[0].path], [1, 'Recipes/Crème brûlée.md']);
     assert.match(found.notes[0].snippet, /water bath/);
     const note = (await call('read_note', { path: meeting })).structuredContent;
     assert.equal(note.title, 'Budget meeting');
@@ -113,58 +95,53 @@ describe('a session through the official MCP TypeScript SDK', () => {
   });
 
   it('returns attachments as image, text and embedded resource content', async () => {
-    const read = async (name) => (await call('read_attachment', { path: meeting, attachment_name: name })).content;
-    const [, image] = await read('whiteboard.png');
-    assert.deepEqual([image.type, image.mimeType], ['image', 'image/png']);
-    assert.deepEqual(Buffer.from(image.data, 'base64'), attachments['whiteboard.png']);
-    assert.deepEqual((await read('agenda.txt'))[1], { type: 'text', text: attachments['agenda.txt'].toString() });
-    const [, { type, resource }] = await read('Quarterly report.pdf');
-    assert.deepEqual([type, resource.uri, resource.mimeType],
-                     ['resource', `vorlo://attachment/${noteId}/Quarterly report.pdf`, 'application/pdf']);
-    assert.deepEqual(Buffer.from(resource.blob, 'base64'), attachments['Quarterly report.pdf']);
+    const read = async (name) => (await call('read_attachment', { path: meeting, attachment_name: name })).content[1];
+    const image = await read('whiteboard.png');
+    assert.deepEqual([image.type, image.mimeType, Buffer.from(image.data, 'base64')],
+                     ['image', 'image/png', attachments['whiteboard.png']]);
+    assert.deepEqual(await read('agenda.txt'), { type: 'text', text: attachments['agenda.txt'].toString() });
+    const { type, resource } = await read('Quarterly report.pdf');
+    assert.deepEqual([type, resource.uri, resource.mimeType, Buffer.from(resource.blob, 'base64')],
+                     ['resource', `vorlo://attachment/${noteId}/Quarterly report.pdf`, 'application/pdf',
+                      attachments['Quarterly report.pdf']]);
   });
 
   it('creates a note, updates one at the revision it read, and refuses the stale revision', async () => {
     const created = (await call('create_note', {
       title: 'Packing list', folder: 'Travel', content: '- passport\n- adapter #travel', tags: ['lists'],
     })).structuredContent;
-    assert.equal(created.created, true);
-    assert.deepEqual([created.note.path, created.note.tags], ['Travel/Packing list.md', ['lists', 'travel']]);
+    assert.deepEqual([created.created, created.note.path, created.note.tags], [true, 'Travel/Packing list.md', ['lists', 'travel']]);
     assert.match(readFileSync(join(library.library, created.note.path), 'utf8'), /- passport\n- adapter #travel$/);
 
     const file = join(library.library, meeting);
-    const updated = await call('update_note', { path: meeting, expected_revision: revision, content: 'Budget approved.', pinned: true });
-    assert.equal(updated.structuredContent.updated, true);
-    assert.notEqual(updated.structuredContent.note.revision, revision);
+    const update = (content) => call('update_note', { path: meeting, expected_revision: revision, content, pinned: true });
+    const updated = (await update('Budget approved.')).structuredContent;
+    assert.equal(updated.updated, true);
+    assert.notEqual(updated.note.revision, revision);
     const afterUpdate = readFileSync(file, 'utf8');
     assert.match(afterUpdate, /\npinned: true\n[^]*\n---\nBudget approved\.$/);
-    const stale = await call('update_note', { path: meeting, expected_revision: revision, content: 'An older draft.' });
+    const stale = await update('An older draft.');
     assert.equal(stale.isError, true);
     assert.match(stale.content[0].text, /changed after it was read/);
     assert.equal(readFileSync(file, 'utf8'), afterUpdate);
   });
 
   it('raises an MCP error for an unknown tool, and kept the transport clean', async () => {
-    await assert.rejects(
-      session.client.callTool({ name: 'delete_everything', arguments: {} }),
-      (error) => error instanceof McpError && error.code === ErrorCode.InvalidParams,
-    );
-    assert.deepEqual(session.transportErrors, []);
-    assert.equal(session.standardError(), '');
+    await assert.rejects(session.client.callTool({ name: 'delete_everything', arguments: {} }),
+                         (error) => error instanceof McpError && error.code === ErrorCode.InvalidParams);
+    assert.deepEqual([session.errors, session.stderr], [[], '']);
   });
 });
 
 describe('a server that may not start', () => {
   it('closes the connection and says why in one line on standard error', async () => {
-    const library = makeLibrary();
+    const library = makeLibrary({ enabled: false });
     try {
-      writeFileSync(library.preferences, JSON.stringify({ libraryPath: library.library, mcp: { enabled: false } }));
       const session = startClient(library.preferences);
       const exited = new Promise((resolve) => (session.transport.onclose = resolve));
       await assert.rejects(session.client.connect(session.transport));
       await exited;
-      assert.equal(session.standardError(),
-                   'Vorlo MCP: MCP access is disabled. Enable it in Vorlo Settings > MCP before connecting.\n');
+      assert.equal(session.stderr, 'Vorlo MCP: MCP access is disabled. Enable it in Vorlo Settings > MCP before connecting.\n');
     } finally {
       rmSync(library.root, { recursive: true, force: true });
     }

@@ -3,52 +3,43 @@
 // gets exactly one reply line of valid UTF-8 JSON, a notification none, and nothing outside the
 // library is ever shown or touched.
 #include "fuzz/FuzzTargets.h"
-#include "platform/Utf8.h"
 #include "support/TempLibrary.h"
-#include "tools/Limits.h"
 
 namespace vorlo::fuzz {
 namespace {
 
-namespace stdfs = std::filesystem;
-
 constexpr std::string_view kOutsideMarker = "FUZZ-OUTSIDE-7f3a91";
-const std::string kAttachments = "Vorlo Data/Attachments/12345678-90AB-CDEF-1234-567890ABCDEF/";
 
-// The notes as the library starts; restored whenever a line may have written.
-const std::pair<const char*, const char*> kNotes[] = {
+// The library as it starts, put back whenever a line may have written: notes, and the first one's
+// attachments.
+const std::pair<std::string, std::string> kFiles[] = {
     {"Welcome.md", "---\nid: 12345678-90AB-CDEF-1234-567890ABCDEF\ntitle: \"Welcome\"\ncreated: "
                    "2024-01-01T00:00:00Z\nmodified: 2024-01-02T00:00:00Z\ntags: [\"start\"]\npinned: "
                    "true\narchived: false\n---\n# Welcome\nHello #world, see the photo.\n"},
     {"Projects/Plan.md", "No header, #plan/q1 body\r\nsecond line\r\n"},
     // Dates at the ends of what a header may name.
-    {"Projects/Old.md", "---\ntitle: \"Old\"\ncreated: 9999-12-31T23:59:59+23:59\nmodified: 0001-01-01T00:00:00Z\n---\nold"},
+    {"Projects/Old.md",
+     "---\ntitle: \"Old\"\ncreated: 9999-12-31T23:59:59+23:59\nmodified: 0001-01-01T00:00:00Z\n---\nold"},
+    {"Vorlo Data/Attachments/12345678-90AB-CDEF-1234-567890ABCDEF/photo.png", "\x89PNG\r\n\x1a\n"},
+    {"Vorlo Data/Attachments/12345678-90AB-CDEF-1234-567890ABCDEF/notes.txt", "plain text"},
+    {"Vorlo Data/Attachments/12345678-90AB-CDEF-1234-567890ABCDEF/data.bin", std::string("\xff\x00\x01", 3)},
 };
 
+// The library beside a sibling folder whose name extends the library's.
 struct FuzzLibrary : testing::TempLibrary {
     FuzzLibrary() {
-        write(kAttachments + "photo.png", "\x89PNG\r\n\x1a\n");
-        write(kAttachments + "notes.txt", "plain text");
-        write(kAttachments + "data.bin", std::string("\xff\x00\x01", 3));
-        stdfs::create_directory(root() + "/Library-evil");
-        testing::writeFile(root() + "/Library-evil/secret.md",
-                           "---\ntitle: \"x\"\n---\n" + std::string(kOutsideMarker));
+        write("../Library-evil/secret.md", "---\ntitle: \"x\"\n---\n" + std::string(kOutsideMarker));
         restore();
     }
-    // Puts the notes back as they were, removes whatever a tool created, and checks that nothing
-    // beside the library changed (the root holds Library, Library-evil and Preferences.json).
+    // Puts the library back as it was and checks that nothing beside it changed (the root holds
+    // Library, Library-evil and Preferences.json).
     void restore() {
-        std::vector<stdfs::path> made;
-        for (const auto& entry : stdfs::directory_iterator(library()))
-            if (entry.path().filename() != "Vorlo Data") made.push_back(entry.path());
-        for (const auto& path : made)
-            stdfs::remove_all(path);
-        for (const auto& [path, bytes] : kNotes)
+        using Listing = std::filesystem::directory_iterator;
+        std::filesystem::remove_all(library());
+        for (const auto& [path, bytes] : kFiles)
             write(path, bytes);
-        const auto entries = [](const std::string& folder) {
-            return std::distance(stdfs::directory_iterator(folder), stdfs::directory_iterator());
-        };
-        VORLO_FUZZ_CHECK(entries(root()) == 3 && entries(root() + "/Library-evil") == 1);
+        VORLO_FUZZ_CHECK(std::distance(Listing(root()), Listing()) == 3 &&
+                         std::distance(Listing(root() + "/Library-evil"), Listing()) == 1);
     }
     const VorloMCPServer handler = server();
 };
