@@ -52,21 +52,15 @@ function startClient(preferences) {
 }
 
 describe('a session through the official MCP TypeScript SDK', () => {
-  let library, session, revision;
+  const library = makeLibrary(), session = startClient(library.preferences);
+  let revision;
   const call = async (name, args) => {
     const result = await session.client.callTool({ name, arguments: args });
     if (!result.isError) assert.deepEqual(JSON.parse(result.content[0].text), result.structuredContent);
     return result;
   };
-  before(async () => {
-    library = makeLibrary();
-    session = startClient(library.preferences);
-    await session.client.connect(session.transport);
-  });
-  after(async () => {
-    await session?.client.close();
-    rmSync(library.root, { recursive: true, force: true });
-  });
+  before(() => session.client.connect(session.transport));
+  after(() => session.client.close().finally(() => rmSync(library.root, { recursive: true, force: true })));
 
   it('initializes and lists the six tools', async () => {
     assert.equal(session.client.getServerVersion()?.name, 'Vorlo');

@@ -48,18 +48,14 @@ inline constexpr FuzzTarget kFuzzTargets[] = {
 // recurse): the oracle against which the parser's own depth bound is checked.
 inline std::size_t nesting(std::string_view text) {
     std::size_t depth = 0, deepest = 0;
-    bool inString = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (inString) {
-            i += c == '\\';
-            inString = c != '"';
-        } else if (c == '[' || c == '{') {
+        if (text[i] == '"') // past the string, escaped characters included
+            for (++i; i < text.size() && text[i] != '"'; ++i)
+                i += text[i] == '\\';
+        else if (text[i] == '[' || text[i] == '{')
             deepest = std::max(deepest, ++depth);
-        } else {
-            inString = c == '"';
-            depth -= (c == ']' || c == '}') && depth > 0;
-        }
+        else if ((text[i] == ']' || text[i] == '}') && depth > 0)
+            --depth;
     }
     return deepest;
 }
