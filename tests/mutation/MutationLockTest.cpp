@@ -7,7 +7,7 @@
 #include "support/TempLibrary.h"
 #include "tools/Limits.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <filesystem>
 
@@ -18,6 +18,7 @@ namespace stdfs = std::filesystem;
 using testing::TempLibrary;
 
 constexpr std::string_view kToken = "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D";
+const std::string kCreated = "\"createdAt\": \"2024-05-01T12:34:56Z\"";
 
 std::string object(std::initializer_list<std::string> members) {
     std::string out;
@@ -29,52 +30,49 @@ std::string object(std::initializer_list<std::string> members) {
 TEST(LockOwnerRecord, EncodesPrettyWithSortedKeysAndDecodesWhatOthersMayWrite) {
     MCPMutationLockOwner owner{*Uuid::parse(kToken), 4242, "Studio.local", std::nullopt,
                                *parseIso8601("2024-05-01T12:34:56Z")};
-    const std::string encoded =
-        "{\n  \"createdAt\": \"2024-05-01T12:34:56Z\",\n  \"hostName\": \"Studio.local\",\n"
-        "  \"processID\": 4242,\n  \"token\": \"" +
-        std::string(kToken) + "\"\n}";
+    const std::string encoded = "{\n  " + kCreated + ",\n  \"hostName\": \"Studio.local\",\n" +
+                                "  \"processID\": 4242,\n  \"token\": \"" + std::string(kToken) + "\"\n}";
     EXPECT_EQ(owner.encode(), encoded);
     // Lower-case tokens, local times, a null host ID and members of no meaning here are all accepted.
     const auto decoded = MCPMutationLockOwner::decode(
         R"({"token": "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d", "processID": 4242, "hostName": "Studio.local",
             "createdAt": "2024-05-01T14:34:56+02:00", "hostID": null, "extra": [1, {"x": 2}]})");
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->encode(), encoded);
+    EXPECT_EQ(decoded.value_or(MCPMutationLockOwner{}).encode(), encoded);
     owner.hostID = "H-1";
-    EXPECT_NE(owner.encode().find("\"createdAt\": \"2024-05-01T12:34:56Z\",\n  \"hostID\": \"H-1\",\n"),
-              std::string::npos);
+    EXPECT_NE(owner.encode().find(kCreated + ",\n  \"hostID\": \"H-1\",\n"), std::string::npos);
     EXPECT_EQ(MCPMutationLockOwner::decode(owner.encode())->hostID, "H-1");
     const MCPMutationMarker marker{*Uuid::parse(kToken), *parseIso8601("2024-05-01T12:34:56Z")};
-    EXPECT_EQ(marker.encode(), "{\n  \"createdAt\": \"2024-05-01T12:34:56Z\",\n  \"token\": \"" +
-                                   std::string(kToken) + "\"\n}");
+    EXPECT_EQ(marker.encode(), "{\n  " + kCreated + ",\n  \"token\": \"" + std::string(kToken) + "\"\n}");
 }
 
+// Each record and the process ID it decodes to, or "" where the whole record is refused.
 TEST(LockOwnerRecord, RefusesWholeRecordsWithAnyUnusableRequiredValue) {
     const std::string token = "\"token\": \"" + std::string(kToken) + "\"", pid = "\"processID\": 1",
-                      host = "\"hostName\": \"h\"", created = "\"createdAt\": \"2024-05-01T12:34:56Z\"";
-    const auto withProcessID = [&](std::string_view processID) {
-        return MCPMutationLockOwner::decode(
-            object({token, host, created, "\"processID\": " + std::string(processID)}));
+                      host = "\"hostName\": \"h\"";
+    const auto withPid = [&](const char* processID) {
+        return object({token, host, kCreated, "\"processID\": " + std::string(processID)});
     };
-    for (const char* processID : {"2147483647", "-2147483648", "0"})
-        EXPECT_EQ(std::to_string(withProcessID(processID).value_or(MCPMutationLockOwner{}).processID),
-                  processID);
-    for (const char* processID :
-         {"2147483648", "-2147483649", "18446744073709551615", "42.5", "\"42\"", "true", "null"})
-        EXPECT_FALSE(withProcessID(processID)) << processID;
-    for (const std::string& record :
-         {std::string(), std::string("[]"), std::string("not json"), object({pid, host, created}),
-          object({token, host, created}), object({token, pid, created}), object({token, pid, host}),
-          object({"\"token\": \"not-a-uuid\"", pid, host, created}), object({"\"token\": 7", pid, host, created}),
-          object({token, pid, "\"hostName\": 7", created}),
-          object({token, pid, host, "\"createdAt\": \"2024-05-01T12:34:56.000Z\""}),
-          object({token, pid, host, "\"createdAt\": 1714566896"}),
-          object({token, pid, host, created, "\"hostID\": 12"})})
-        EXPECT_FALSE(MCPMutationLockOwner::decode(record)) << record;
-    std::string largest = object({token, pid, host, created});
+    std::string largest = object({token, pid, host, kCreated});
     largest.append(kMaximumLockRecordBytes - largest.size(), ' ');
-    EXPECT_TRUE(MCPMutationLockOwner::decode(largest));
-    EXPECT_FALSE(MCPMutationLockOwner::decode(largest + ' '));
+    // clang-format off
+    const std::pair<std::string, std::string> cases[] = {
+        {withPid("2147483647"), "2147483647"}, {withPid("-2147483648"), "-2147483648"}, {withPid("0"), "0"},
+        {largest, "1"}, {largest + ' ', ""}, {withPid("2147483648"), ""}, {withPid("-2147483649"), ""},
+        {withPid("18446744073709551615"), ""}, {withPid("42.5"), ""}, {withPid("\"42\""), ""},
+        {withPid("true"), ""}, {withPid("null"), ""}, {"", ""}, {"[]", ""}, {"not json", ""},
+        {object({pid, host, kCreated}), ""}, {object({token, host, kCreated}), ""},
+        {object({token, pid, kCreated}), ""}, {object({token, pid, host}), ""},
+        {object({"\"token\": \"not-a-uuid\"", pid, host, kCreated}), ""},
+        {object({"\"token\": 7", pid, host, kCreated}), ""},
+        {object({token, pid, "\"hostName\": 7", kCreated}), ""},
+        {object({token, pid, host, "\"createdAt\": \"2024-05-01T12:34:56.000Z\""}), ""},
+        {object({token, pid, host, "\"createdAt\": 1714566896"}), ""},
+        {object({token, pid, host, kCreated, "\"hostID\": 12"}), ""}};
+    // clang-format on
+    for (const auto& [record, processID] : cases) {
+        const auto decoded = MCPMutationLockOwner::decode(record);
+        EXPECT_EQ(decoded ? std::to_string(decoded->processID) : "", processID) << record.substr(0, 200);
+    }
 }
 
 stdfs::perms permissions(const std::string& path) {
@@ -96,20 +94,18 @@ TEST(MutationLock, AcquireWritesThisProcessRecordAndReleaseLeavesNothingButAnoth
     expected.processID = process::currentProcessId();
     expected.hostName = process::hostName();
     EXPECT_EQ(testing::readFile(ownerPath), expected.encode()); // and no host ID
+    for (int release = 0; release < 2; ++release) {             // a second release touches nothing
+        lock.release();
+        EXPECT_FALSE(lock.acquired());
+        EXPECT_TRUE(stdfs::is_empty(locks)) << "no lock and no Released folder remain";
+    }
+    lock.acquire();
+    expected = lock.owner();
+    expected.token = Uuid::random();
+    testing::writeFile(ownerPath, expected.encode()); // a successor's
     lock.release();
     EXPECT_FALSE(lock.acquired());
-    EXPECT_TRUE(stdfs::is_empty(locks)) << "no lock and no Released folder remain";
-    lock.release(); // a second release touches nothing
-    EXPECT_TRUE(stdfs::is_empty(locks));
-
-    MCPMutationLock second(library.library(), "Vorlo Data/Locks");
-    second.acquire();
-    MCPMutationLockOwner successor = second.owner();
-    successor.token = Uuid::random();
-    testing::writeFile(ownerPath, successor.encode());
-    second.release();
-    EXPECT_FALSE(second.acquired());
-    EXPECT_EQ(testing::readFile(ownerPath), successor.encode());
+    EXPECT_EQ(testing::readFile(ownerPath), expected.encode());
 }
 
 TEST(MutationLock, PrivateFoldersThatCannotBeMadeOrAreLinksAreAnErrorWithoutAbsolutePath) {
@@ -119,18 +115,12 @@ TEST(MutationLock, PrivateFoldersThatCannotBeMadeOrAreLinksAreAnErrorWithoutAbso
         library.write("../outside/keep", "");
         const std::string_view name = std::string_view(blocker).substr(5);
         if (name != "Vorlo Data") library.makeFolder("Vorlo Data");
-        if (blocker[0] == 'f')
-            library.write(name, "a file where the folder belongs");
-        else
-            library.link(name, library.root() + "/outside");
+        blocker[0] == 'f' ? void(library.write(name, "a file"))
+                          : library.link(name, library.root() + "/outside");
         MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
-        try {
-            lock.acquire();
-            ADD_FAILURE() << "acquired";
-        } catch (const PlatformError& error) {
-            EXPECT_STREQ(error.what(),
-                         "The folder \u201CVorlo Data/Locks\u201D could not be created: Not a directory.");
-        }
+        EXPECT_THAT([&] { lock.acquire(); },
+                    ::testing::ThrowsMessage<PlatformError>(::testing::StrEq(
+                        "The folder \u201CVorlo Data/Locks\u201D could not be created: Not a directory.")));
         EXPECT_FALSE(lock.acquired());
         EXPECT_EQ(std::distance(stdfs::directory_iterator(library.root() + "/outside"),
                                 stdfs::directory_iterator()),
@@ -143,17 +133,15 @@ TEST(MutationLock, PrivateFoldersThatCannotBeMadeOrAreLinksAreAnErrorWithoutAbso
 // attempt counts as failed, and the lock is taken properly once the other owner's is judged in turn.
 TEST(MutationLock, ALockMovedAsideBeforeItsRecordArrivedIsNotHeld) {
     TempLibrary library;
-    const std::string locks = library.path("Vorlo Data/Locks");
-    const auto acquireAndRelease = [&] {
-        MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
-        lock.acquire();
-        lock.release();
-    };
-    acquireAndRelease(); // the private folders exist from here on, so every acquisition runs alike
+    const std::string locks = library.path("Vorlo Data/Locks"), held = locks + "/Library Mutation.lock";
+    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
+    lock.acquire(); // the private folders exist from here on, so every acquisition runs alike
+    lock.release();
     std::uint64_t recordMove = 0;
     {
         const sys::FaultInjection tracing;
-        acquireAndRelease();
+        lock.acquire();
+        lock.release();
         const auto calls = tracing.calls();
         for (std::size_t i = 0; i < calls.size() && recordMove == 0; ++i)
             if (calls[i].call == sys::Call::Rename && calls[i].path.ends_with("/Owner.json"))
@@ -163,18 +151,16 @@ TEST(MutationLock, ALockMovedAsideBeforeItsRecordArrivedIsNotHeld) {
     // The other owner's process is gone, so its lock is judged abandoned at once.
     const MCPMutationLockOwner other{Uuid::random(), 2147483647, process::hostName(), std::nullopt,
                                      currentTime()};
-    const sys::FaultInjection takeover(
-        {{recordMove, 0, false, [&] {
-              stdfs::rename(locks + "/Library Mutation.lock", locks + "/Moved");
-              stdfs::create_directory(locks + "/Library Mutation.lock");
-              testing::writeFile(locks + "/Library Mutation.lock/Owner.json", other.encode());
-          }}});
-    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
+    const sys::FaultInjection takeover({{recordMove, 0, false, [&] {
+                                             stdfs::rename(held, locks + "/Moved");
+                                             stdfs::create_directory(held);
+                                             testing::writeFile(held + "/Owner.json", other.encode());
+                                         }}});
     lock.acquire();
     EXPECT_EQ(takeover.faultsInjected(), 1u);
     const auto record = MCPMutationLockOwner::decode(testing::readFile(lock.lockPath() + "/Owner.json"));
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->token, lock.owner().token) << "acquire returned while another owner's lock stood";
+    EXPECT_EQ(record.value_or(other).token, lock.owner().token)
+        << "acquire returned while another owner's lock stood";
     lock.release();
 }
 

@@ -3,7 +3,7 @@
 #include "platform/Errors.h"
 #include "tools/Limits.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace vorlo::mutation {
 namespace {
@@ -15,12 +15,8 @@ TEST(RenderNote, LimitCoversTheWholeFileHeaderIncluded) {
     fields.content.assign(kMaximumNoteBytes - renderNote(fields).size(), 'x');
     EXPECT_EQ(renderNote(fields).size(), kMaximumNoteBytes);
     fields.content += 'x';
-    try {
-        renderNote(fields);
-        ADD_FAILURE() << "one byte over the limit was rendered";
-    } catch (const ServerError& error) {
-        EXPECT_STREQ(error.what(), "The note exceeds Vorlo's 16777216-byte limit.");
-    }
+    EXPECT_THAT([&] { renderNote(fields); }, ::testing::ThrowsMessage<ServerError>(::testing::StrEq(
+                                                 "The note exceeds Vorlo's 16777216-byte limit.")));
 }
 
 } // namespace

@@ -13,13 +13,6 @@ namespace {
 
 using vorlo::testing::TempLibrary;
 
-Folder openLibrary(const TempLibrary& library) {
-    int error = 0;
-    auto folder = Folder::open(library.library(), &error);
-    if (!folder) throw std::runtime_error("cannot open the library: " + std::to_string(error));
-    return std::move(*folder);
-}
-
 unsigned modeOf(const std::string& path) {
     struct stat status;
     return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
@@ -27,7 +20,8 @@ unsigned modeOf(const std::string& path) {
 
 TEST(Folder, PlacesFilesAtomicallyOneStepDownAndLeavesNoTemporary) {
     TempLibrary library;
-    const Folder root = openLibrary(library);
+    int error = 0;
+    const Folder root = Folder::open(library.library(), &error).value();
     EXPECT_EQ(root.createFile("note.md", "first", 0600), 0);
     EXPECT_EQ(root.createFile("note.md", "second", 0600), EEXIST);
     EXPECT_EQ(library.read("note.md"), "first");
@@ -45,9 +39,9 @@ TEST(Folder, MakesPrivateFoldersWhateverTheUmaskAndNeverWalksThroughALink) {
     library.link("alias", library.root() + "/outside");
     library.write("file.md", "x");
     library.link("doomed/link", library.root() + "/outside");
-    const Folder root = openLibrary(library);
-    const mode_t previous = ::umask(0);
     int error = 0;
+    const Folder root = Folder::open(library.library(), &error).value();
+    const mode_t previous = ::umask(0);
     const auto deep = root.descend("a/b/c", Folder::Missing::Make, &error);
     ::umask(previous);
     ASSERT_TRUE(deep) << error;
@@ -65,11 +59,8 @@ TEST(Folder, MakesPrivateFoldersWhateverTheUmaskAndNeverWalksThroughALink) {
         EXPECT_FALSE(root.descend(path, missing, &error)) << path;
         EXPECT_EQ(error, expected) << path;
     }
-    EXPECT_FALSE(library.exists("../outside/new"));
-    EXPECT_EQ(root.removeTree("a"), 0);
-    EXPECT_EQ(root.removeTree("doomed"), 0);
-    EXPECT_FALSE(library.exists("a"));
-    EXPECT_FALSE(library.exists("doomed"));
+    EXPECT_EQ(root.removeTree("a") + root.removeTree("doomed"), 0);
+    EXPECT_FALSE(library.exists("a") || library.exists("doomed") || library.exists("../outside/new"));
     EXPECT_EQ(library.read("../outside/keep.txt"), "keep");
 }
 
@@ -79,15 +70,14 @@ TEST(Folder, WritesLandInTheFolderOpenedWhateverIsSwappedInAtItsName) {
     TempLibrary library;
     library.write("Notes/Plan.md", "old");
     library.write("../outside/Plan.md", "outside");
-    const Folder root = openLibrary(library);
     int error = 0;
+    const Folder root = Folder::open(library.library(), &error).value();
     const auto notes = root.descend("Notes", Folder::Missing::Fail, &error);
     ASSERT_TRUE(notes) << error;
     ASSERT_EQ(std::rename(library.path("Notes").c_str(), library.path("Moved").c_str()), 0);
     library.link("Notes", library.root() + "/outside");
 
-    EXPECT_EQ(notes->replaceFile("Plan.md", "new", 0600), 0);
-    EXPECT_EQ(notes->createFile("Other.md", "other", 0600), 0);
+    EXPECT_EQ(notes->replaceFile("Plan.md", "new", 0600) + notes->createFile("Other.md", "other", 0600), 0);
     EXPECT_TRUE(notes->makeChild("Sub", &error)) << error;
     EXPECT_EQ(library.read("Moved/Plan.md") + library.read("Moved/Other.md"), "newother");
     EXPECT_TRUE(library.exists("Moved/Sub"));

@@ -71,26 +71,12 @@ TEST(Folding, FindsFoldedTextByCharacterOffsetAsFoldingCharacterByCharacterDoes)
     for (const auto& [text, needle, offset] : cases)
         EXPECT_EQ(findFoldedCharacterOffset(text, needle), offset) << text.substr(0, 40) << " / " << needle;
 
-    const std::vector<std::string> pieces = {"a",
-                                             "B",
-                                             "xyz ",
-                                             " ",
-                                             "\r\n",
-                                             "\r",
-                                             "\n",
-                                             "I",
-                                             "\u00E9",
-                                             "E\u0301",
-                                             "\u00DF",
-                                             "\uFB01",
-                                             "\u0130",
-                                             "\u212A",
-                                             "\u03A3",
-                                             "\u4E2D",
-                                             "\U0001F1E9\U0001F1EA",
-                                             "\u0301",
-                                             "\u0345",
-                                             "\U0001F468\u200D\U0001F469"};
+    // clang-format off
+    const std::vector<std::string> pieces = {
+        "a", "B", "xyz ", " ", "\r\n", "\r", "\n", "I", "\u00E9", "E\u0301", "\u00DF", "\uFB01", "\u0130",
+        "\u212A", "\u03A3", "\u4E2D", "\U0001F1E9\U0001F1EA", "\u0301", "\u0345",
+        "\U0001F468\u200D\U0001F469"};
+    // clang-format on
     std::mt19937 random(11);
     const auto below = [&](std::size_t n) {
         return std::uniform_int_distribution<std::size_t>(0, n - 1)(random);

@@ -7,16 +7,13 @@ namespace {
 
 TEST(Json, DocumentsAreObjectsOrArraysOfValidUtf8NestedNoDeeperThanTheLimit) {
     const std::string deepest = std::string(kMaximumJsonNesting, '[') + std::string(kMaximumJsonNesting, ']');
-    for (const auto& [text, accepted] : {std::pair<std::string, bool>("{\"a\":[1,2]}", true),
-                                         {"[]", true},
-                                         {"1", false},
-                                         {"\"s\"", false},
-                                         {std::string("{}\0garbage", 10), false},
-                                         {"{\"a\":\"\xc3\x28\"}", false},
-                                         {deepest, true},
-                                         {"[" + deepest + "]", false},
-                                         {"{\"a\":\"" + std::string(100000, '[') + "\\\"\"}", true}})
+    // clang-format off
+    for (const auto& [text, accepted] : {std::pair<std::string, bool>("{\"a\":[1,2]}", true), {"[]", true},
+             {"1", false}, {"\"s\"", false}, {std::string("{}\0garbage", 10), false},
+             {"{\"a\":\"\xc3\x28\"}", false}, {deepest, true}, {"[" + deepest + "]", false},
+             {"{\"a\":\"" + std::string(100000, '[') + "\\\"\"}", true}})
         EXPECT_EQ(parseJsonDocument(text).has_value(), accepted) << text.substr(0, 40);
+    // clang-format on
 }
 
 TEST(Json, WritingRefusesInvalidUtf8AndHeaderStringsEscapeSlashes) {
@@ -39,12 +36,11 @@ TEST(Json, DecodesOneStringOrOneArrayOfStringsAndNumbersTruncateAndSaturate) {
     for (const char* bad : {"[a, b]", "[\"a\", 1]", "\"a\"", ""})
         EXPECT_EQ(decodeJsonStringArray(bad), std::nullopt) << bad;
     const long long most = std::numeric_limits<long long>::max();
-    for (const auto& [value, integer] : {std::pair(Json(2.9), 2LL),
-                                         {Json(-2.9), -2},
-                                         {Json(true), 1},
-                                         {Json::parse("1e300"), most},
-                                         {Json::parse("18446744073709551615"), most}})
+    // clang-format off
+    for (const auto& [value, integer] : {std::pair(Json(2.9), 2LL), {Json(-2.9), -2}, {Json(true), 1},
+             {Json::parse("1e300"), most}, {Json::parse("18446744073709551615"), most}})
         EXPECT_EQ(integerValue(value), integer) << value.dump();
+    // clang-format on
 }
 
 } // namespace
