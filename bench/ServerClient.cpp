@@ -10,9 +10,9 @@
 #include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace vorlo::bench {
 namespace {
@@ -20,23 +20,26 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 int millisecondsUntil(Clock::time_point deadline) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     return left < 0 ? 0 : static_cast<int>(left);
 }
 
 } // namespace
 
-ServerClient::ServerClient(const std::string& executable, const std::string& preferencesPath) {
-    std::signal(SIGPIPE, SIG_IGN); // a server that died must fail a check, not end the benchmark
-    int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0)
+ServerClient::ServerClient(const std::string& executable, std::optional<std::string> preferencesPath,
+                           std::vector<std::string> environment) {
+    std::signal(SIGPIPE, SIG_IGN); // a server that died must fail a check, not end the client
+    int in[2], out[2];
+    error_ = ::memfd_create("stderr", MFD_CLOEXEC);
+    if (error_ < 0 || ::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0)
         throw std::runtime_error(std::string("pipe failed: ") + std::strerror(errno));
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], 0);
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-    std::vector<std::string> environment = {"PATH=/usr/bin:/bin", "VORLO_MCP_PREFERENCES=" + preferencesPath};
+    posix_spawn_file_actions_adddup2(&actions, error_, 2);
+    environment.push_back("PATH=/usr/bin:/bin");
+    if (preferencesPath) environment.push_back("VORLO_MCP_PREFERENCES=" + *preferencesPath);
     if (const char* home = std::getenv("HOME")) environment.push_back(std::string("HOME=") + home);
     std::vector<char*> envp;
     for (auto& entry : environment) envp.push_back(entry.data());
@@ -47,10 +50,8 @@ ServerClient::ServerClient(const std::string& executable, const std::string& pre
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
-    ::close(err[1]);
     input_ = in[1];
     output_ = out[0];
-    error_ = err[0];
     if (spawned != 0) {
         pid_ = -1;
         throw std::runtime_error("cannot start " + executable + ": " + std::strerror(spawned));
@@ -66,33 +67,47 @@ ServerClient::~ServerClient() {
         if (fd >= 0) ::close(fd);
 }
 
-std::string ServerClient::roundTrip(const std::string& line, std::chrono::seconds timeout) {
-    std::string message = line + "\n";
-    std::string_view left = message;
-    while (!left.empty()) {
-        const ssize_t n = ::write(input_, left.data(), left.size());
+bool ServerClient::send(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t n = ::write(input_, bytes.data(), bytes.size());
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) throw std::runtime_error("the server no longer reads its input");
-        left.remove_prefix(static_cast<std::size_t>(n));
+        if (n <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(n));
     }
+    return true;
+}
+
+std::optional<std::string> ServerClient::readLine(std::chrono::milliseconds timeout) {
     const auto deadline = Clock::now() + timeout;
-    std::size_t searched = 0;
     for (;;) {
-        if (const auto newline = pending_.find('\n', searched); newline != std::string::npos) {
-            std::string reply = pending_.substr(0, newline);
+        if (const auto newline = pending_.find('\n', searched_); newline != std::string::npos) {
+            std::string line = pending_.substr(0, newline);
             pending_.erase(0, newline + 1);
-            return reply;
+            searched_ = 0;
+            return line;
         }
-        searched = pending_.size();
-        pollfd descriptor{output_, POLLIN, 0};
-        if (::poll(&descriptor, 1, millisecondsUntil(deadline)) <= 0)
-            throw std::runtime_error("no reply within " + std::to_string(timeout.count()) + " s");
-        char chunk[1 << 16];
-        const ssize_t n = ::read(output_, chunk, sizeof chunk);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) throw std::runtime_error("the server closed its output");
-        pending_.append(chunk, static_cast<std::size_t>(n));
+        searched_ = pending_.size();
+        if (!fill(deadline)) return std::nullopt;
     }
+}
+
+bool ServerClient::fill(std::chrono::steady_clock::time_point deadline) {
+    pollfd descriptor{output_, POLLIN, 0};
+    char chunk[1 << 16];
+    ssize_t n = 0;
+    if (closed_ || ::poll(&descriptor, 1, millisecondsUntil(deadline)) <= 0) return false;
+    while ((n = ::read(output_, chunk, sizeof chunk)) < 0 && errno == EINTR) {
+    }
+    if (n <= 0) return !(closed_ = true);
+    pending_.append(chunk, static_cast<std::size_t>(n));
+    return true;
+}
+
+std::string ServerClient::roundTrip(const std::string& line, std::chrono::seconds timeout) {
+    if (!send(line + "\n")) throw std::runtime_error("the server no longer reads its input");
+    if (auto reply = readLine(timeout)) return *reply;
+    throw std::runtime_error(closed_ ? "the server closed its output"
+                                     : "no reply within " + std::to_string(timeout.count()) + " s");
 }
 
 std::string ServerClient::requestLine(const std::string& method, const nlohmann::json& params) {
@@ -103,6 +118,13 @@ nlohmann::json ServerClient::request(const std::string& method, const nlohmann::
     return nlohmann::json::parse(roundTrip(requestLine(method, params)));
 }
 
+nlohmann::json ServerClient::call(std::string_view tool, const nlohmann::json& arguments) {
+    send(requestLine("tools/call", {{"name", tool}, {"arguments", arguments}}) + "\n");
+    const auto line = readLine();
+    const nlohmann::json reply = line ? nlohmann::json::parse(*line) : nlohmann::json();
+    return reply.contains("result") ? reply["result"] : reply;
+}
+
 std::optional<std::uint64_t> ServerClient::peakResidentKiB() const {
     std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
     std::string line;
@@ -111,26 +133,22 @@ std::optional<std::uint64_t> ServerClient::peakResidentKiB() const {
     return std::nullopt;
 }
 
-int ServerClient::finish(std::chrono::seconds timeout) {
-    ::close(input_);
+void ServerClient::closeInput() {
+    if (input_ >= 0) ::close(input_);
     input_ = -1;
+}
+
+int ServerClient::finish(std::chrono::seconds timeout) {
+    closeInput();
     const auto deadline = Clock::now() + timeout;
-    bool outputOpen = true, errorOpen = true;
-    while (outputOpen || errorOpen) {
-        pollfd descriptors[2] = {{outputOpen ? output_ : -1, POLLIN, 0}, {errorOpen ? error_ : -1, POLLIN, 0}};
-        if (::poll(descriptors, 2, millisecondsUntil(deadline)) <= 0) break;
-        char chunk[1 << 16];
-        for (int i = 0; i < 2; ++i) {
-            if (descriptors[i].revents == 0) continue;
-            const ssize_t n = ::read(i == 0 ? output_ : error_, chunk, sizeof chunk);
-            if (n <= 0) (i == 0 ? outputOpen : errorOpen) = false;
-            else if (i == 1) standardError_.append(chunk, static_cast<std::size_t>(n));
-        }
+    while (fill(deadline)) {
     }
-    if (outputOpen || errorOpen) ::kill(pid_, SIGKILL); // hung: reported as a failed check
+    if (!closed_) ::kill(pid_, SIGKILL); // hung: reported as a failed check
     int status = 0;
     ::waitpid(pid_, &status, 0);
     pid_ = -1;
+    standardError_.resize(static_cast<std::size_t>(std::max<off_t>(::lseek(error_, 0, SEEK_END), 0)));
+    if (::pread(error_, standardError_.data(), standardError_.size(), 0) < 0) standardError_.clear();
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

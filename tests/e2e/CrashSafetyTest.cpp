@@ -54,9 +54,12 @@ void runLane(int trials, std::uint64_t seed, Figures& figures) {
             // The victim answers a ping first, so that the delay counts from the request and not
             // from the start of the process.
             ServerProcess victim(library.preferences());
-            victim.request({{"jsonrpc", "2.0"}, {"id", 0}, {"method", "ping"}});
-            std::thread sender(
-                [&] { victim.send(toolCallLine(1, create ? "create_note" : "update_note", arguments)); });
+            EXPECT_TRUE(victim.send(victim.requestLine("ping", {}) + "\n") && victim.readLine());
+            const std::string line =
+                victim.requestLine("tools/call", {{"name", create ? "create_note" : "update_note"},
+                                                  {"arguments", arguments}}) +
+                "\n";
+            std::thread sender([&] { victim.send(line); });
             std::this_thread::sleep_for(std::chrono::microseconds(random() % (std::uint64_t(window) + 1)));
             ::kill(victim.pid(), SIGKILL);
             sender.join();

@@ -23,11 +23,6 @@ struct Step {
     sys::TracedCall call;
     bool afterTheNote;
 };
-struct Expected {
-    enum { Success, Warning, Failure } kind;
-    std::string warning;
-};
-const char* const kKinds[] = {"a plain success", "a success with the marker warning", "a failure"};
 
 bool isTemporary(const std::string& path) {
     return std::filesystem::path(path).filename().string().starts_with(".Vorlo MCP ");
@@ -36,7 +31,9 @@ bool isMovedAside(const std::string& path) {
     return path.starts_with(kLocks + "Released ") || path.starts_with(kLocks + "Abandoned ");
 }
 
-Expected expectationFor(const Step& step, const sys::Fault& fault) {
+// What failing `step` must lead to: a failure (absent), a plain success (""), or a success with
+// the marker's warning.
+std::optional<std::string> expectationFor(const Step& step, const sys::Fault& fault) {
     const auto& [call, path] = step.call;
     const int error = fault.errorNumber;
     // Unheard of by the client: a write is retried after an interruption and continued after a short
@@ -49,16 +46,14 @@ Expected expectationFor(const Step& step, const sys::Fault& fault) {
         (call == Call::Unlink && isTemporary(path)) || path.starts_with(kLocks + "Library Mutation.lock") ||
         isMovedAside(path) ||
         ((call == Call::Open || call == Call::Fsync || call == Call::Close) && !isTemporary(path)))
-        return {Expected::Success, ""};
+        return "";
     // The marker, and the walk to its folder once more, come after the note is in place.
     const std::string why = std::strerror(error) + std::string(".");
     if (path.starts_with(kLocks))
-        return {Expected::Warning,
-                kWarning + "The file \u201C" + kMarker + "\u201D could not be written: " + why};
+        return kWarning + "The file \u201C" + kMarker + "\u201D could not be written: " + why;
     if (step.afterTheNote && (path == "." || path == "Vorlo Data" || path == "Vorlo Data/Locks"))
-        return {Expected::Warning,
-                kWarning + "The folder \u201CVorlo Data/Locks\u201D could not be created: " + why};
-    return {Expected::Failure, ""};
+        return kWarning + "The folder \u201CVorlo Data/Locks\u201D could not be created: " + why;
+    return std::nullopt;
 }
 
 // The writes under test, each from a library of one note: an update, the same past the lock of a
@@ -73,12 +68,14 @@ void prepare(const TempLibrary& library, Operation operation) {
         library.write(kOwner, ownerRecord(process::hostName(), 2147483647));
 }
 Json write(const TempLibrary& library, Operation operation, const std::string& content) {
-    if (operation == Create)
-        return library.call("create_note",
-                            {{"title", "Plan"}, {"folder", "Notes/New/Deep"}, {"content", content}});
-    return library.call("update_note", {{"path", "Notes/Plan.md"},
-                                        {"expected_revision", sha256Hex(library.read("Notes/Plan.md"))},
-                                        {"content", content}});
+    const Json reply =
+        operation == Create
+            ? library.call("create_note",
+                           {{"title", "Plan"}, {"folder", "Notes/New/Deep"}, {"content", content}})
+            : library.call("update_note", {{"path", "Notes/Plan.md"},
+                                           {"expected_revision", sha256Hex(library.read("Notes/Plan.md"))},
+                                           {"content", content}});
+    return reply.value("result", Json::object());
 }
 
 // Every file of the library and its bytes, but in the private folder, where a failed write may
@@ -96,7 +93,7 @@ std::vector<Step> traceOf(Operation operation, const std::vector<sys::Fault>& fa
     TempLibrary library;
     prepare(library, operation);
     const sys::FaultInjection tracing(faults);
-    EXPECT_FALSE(write(library, operation, kNewBody)["result"].value("isError", true));
+    succeeded(write(library, operation, kNewBody));
     std::vector<Step> steps;
     bool afterTheNote = false;
     for (auto [call, path] : tracing.calls()) {
@@ -116,23 +113,24 @@ std::size_t gFaultsInjected = 0, gTrials = 0;
 // lost or left behind, and that the next write goes through.
 void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const Step& step) {
     const sys::Fault& fault = faults.back();
-    const Expected expected = expectationFor(step, fault);
+    const auto expected = expectationFor(step, fault);
     const std::string error = std::strerror(fault.errorNumber);
     SCOPED_TRACE(kOperations[operation] + std::string(": call ") + std::to_string(fault.call) + ", " +
                  sys::callName(step.call.call) + " " + step.call.path + ": " +
-                 (fault.shortWrite ? "short write" : error) + ", expecting " + kKinds[expected.kind]);
+                 (fault.shortWrite ? "short write" : error) + ", expecting " +
+                 (expected ? "success with \"" + *expected + "\"" : "a failure"));
     TempLibrary library;
     prepare(library, operation);
     const std::string notePath = operation == Create ? "Notes/New/Deep/Plan.md" : "Notes/Plan.md";
     auto before = notesOf(library);
     const auto leftBefore = leftovers(library);
     const sys::FaultInjection injection(faults); // the write's own faults; none are planned after it
-    const Json result = write(library, operation, kNewBody)["result"];
+    const Json result = write(library, operation, kNewBody);
     EXPECT_EQ(injection.faultsInjected(), faults.size()) << "a planned fault was never reached";
     gFaultsInjected += injection.faultsInjected(), ++gTrials;
 
     const bool failed = result.value("isError", false);
-    EXPECT_EQ(failed, expected.kind == Expected::Failure) << result;
+    EXPECT_EQ(failed, !expected) << result;
     if (failed) {
         // One sentence from the operation, a library-relative path and the system's words; nothing
         // of where the library lies.
@@ -144,11 +142,10 @@ void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const 
     } else {
         const Json saved = result.value("structuredContent", Json::object());
         const std::string bytes = library.read(notePath);
-        EXPECT_EQ(saved.value("monitoring_warning", ""), expected.warning);
-        EXPECT_EQ(saved["note"]["path"], notePath);
-        EXPECT_EQ(saved["note"]["revision"], sha256Hex(bytes));
-        EXPECT_EQ(library::parseNote(bytes, "", std::nullopt, "").content, kNewBody);
-        EXPECT_EQ(modeOf(library.path(notePath)), 0600u);
+        EXPECT_EQ(
+            Json({saved.value("monitoring_warning", ""), saved["note"]["path"], saved["note"]["revision"],
+                  library::parseNote(bytes, "", std::nullopt, "").content, modeOf(library.path(notePath))}),
+            Json({expected.value_or(""), notePath, sha256Hex(bytes), kNewBody, 0600}));
         before.erase(notePath);
     }
     auto after = notesOf(library);
@@ -165,7 +162,7 @@ void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const 
     // change marker, private to the user, for others to notice.
     const std::string oldToken =
         library.exists(kMarker) ? Json::parse(library.read(kMarker)).value("token", "") : "";
-    EXPECT_FALSE(write(library, operation, "Again.\n")["result"].value("isError", true));
+    succeeded(write(library, operation, "Again.\n"));
     EXPECT_TRUE(leftovers(library).empty() || isMovedAside(step.call.path));
     const Json marker = Json::parse(library.read(kMarker));
     EXPECT_TRUE(marker.size() == 2 && Uuid::parse(marker.value("token", "")) &&
@@ -197,15 +194,14 @@ void failEachCall(Operation operation, const std::vector<Step>& steps, std::uint
 // every file then take seconds, not a minute, on a busy disk.
 class FaultInjection : public ::testing::Test {
     void SetUp() override {
-        if (const char* old = std::getenv("TMPDIR")) previous_ = old;
         if (::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
     }
     void TearDown() override {
-        previous_ ? ::setenv("TMPDIR", previous_->c_str(), 1) : ::unsetenv("TMPDIR");
+        previous_.empty() ? ::unsetenv("TMPDIR") : ::setenv("TMPDIR", previous_.c_str(), 1);
         std::printf("[ fault injection ] %zu faults injected in %zu trials\n", gFaultsInjected, gTrials);
         gFaultsInjected = gTrials = 0;
     }
-    std::optional<std::string> previous_;
+    const std::string previous_ = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "";
 };
 
 TEST_F(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
@@ -213,21 +209,18 @@ TEST_F(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
         SCOPED_TRACE(kOperations[operation]);
         const auto steps = traceOf(operation, {});
         // Every kind of outcome is on the way, and the dead writer's lock is moved aside: the trials
-        // cover every path of the write.
-        std::set<std::string> outcomes;
-        for (const Step& step : steps)
-            outcomes.insert(kKinds[expectationFor(step, {1, EIO}).kind] +
-                            expectationFor(step, {1, EIO}).warning);
-        EXPECT_EQ(outcomes.size(), 4u) << "success, failure, and either warning";
-        EXPECT_EQ(
-            std::ranges::any_of(
-                steps, [](const Step& s) { return s.call.path.find("Abandoned ") != std::string::npos; }),
-            operation == UpdatePastADeadWriter);
-        // One durable write a change: the note's file and then its folder reach the disk, and
-        // nothing of the lock or the marker waits for it.
+        // cover every path of the write. One durable write a change: the note's file and then its
+        // folder reach the disk, and nothing of the lock or the marker waits for it.
+        std::set<std::optional<std::string>> outcomes;
         std::vector<std::string> flushed;
-        for (const Step& step : steps)
+        bool movedAside = false;
+        for (const Step& step : steps) {
+            outcomes.insert(expectationFor(step, {1, EIO}));
+            movedAside |= step.call.path.find("Abandoned ") != std::string::npos;
             if (step.call.call == Call::Fsync) flushed.push_back(step.call.path);
+        }
+        EXPECT_EQ(outcomes.size(), 4u) << "success, failure, and either warning";
+        EXPECT_EQ(movedAside, operation == UpdatePastADeadWriter);
         const std::string folder = operation == Create ? "Notes/New/Deep" : "Notes";
         ASSERT_EQ(flushed.size(), 2u) << ::testing::PrintToString(flushed);
         EXPECT_TRUE(flushed[0].starts_with(folder + "/.Vorlo MCP ") && flushed[1] == folder)

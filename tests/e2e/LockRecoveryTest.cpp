@@ -43,13 +43,15 @@ TEST(LockRecovery, MovesAbandonedLocksAsideAndWaitsForHeldOnes) {
     // The rows run at once, each server on its own library, so that the waits overlap. The locks
     // are made once every server answers a ping (which reads nothing of the library): starting a
     // dozen servers of a slow build takes long enough to age a lock that should be young.
-    const int dead = deadProcessId();
     TempLibrary libraries[std::size(rows)];
     std::deque<ServerProcess> servers;
     for (const TempLibrary& library : libraries)
         servers.emplace_back(library.preferences());
     for (auto& server : servers)
-        server.request({{"jsonrpc", "2.0"}, {"id", 0}, {"method", "ping"}});
+        server.request("ping", {});
+    ServerProcess gone(std::nullopt); // a process that has ended and been reaped
+    const int dead = gone.pid();
+    gone.finish();
     std::vector<std::string> records;
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         const Row& row = rows[i];
@@ -69,13 +71,13 @@ TEST(LockRecovery, MovesAbandonedLocksAsideAndWaitsForHeldOnes) {
     }
     const auto start = Clock::now();
     for (auto& server : servers)
-        server.send(toolCallLine(1, "create_note", {{"title", "After"}}));
+        server.send(
+            server.requestLine("tools/call", {{"name", "create_note"}, {"arguments", {{"title", "After"}}}}) +
+            "\n");
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         SCOPED_TRACE(rows[i].name);
         const TempLibrary& library = libraries[i];
-        const auto line = servers[i].readLine();
-        ASSERT_TRUE(line);
-        const Json result = Json::parse(*line)["result"];
+        const Json result = Json::parse(servers[i].readLine().value_or("{}")).value("result", Json());
         if (rows[i].recovered) {
             EXPECT_EQ(succeeded(result)["note"]["path"], "After.md");
             EXPECT_TRUE(leftovers(library).empty()) << leftovers(library).front();
@@ -90,20 +92,18 @@ TEST(LockRecovery, MovesAbandonedLocksAsideAndWaitsForHeldOnes) {
 
     // While the lock is held, arguments are checked without waiting for it; but the revision is
     // compared under the lock, so even a stale one waits for it.
-    ServerProcess& server = servers[0];
-    const auto expectRefusal = [&](const Json& arguments, const std::string& error, bool waits) {
-        const auto begin = Clock::now();
-        EXPECT_EQ(
-            errorText(server.call(arguments.contains("path") ? "update_note" : "create_note", arguments))
-                .substr(0, error.size()),
-            error);
-        EXPECT_EQ(Clock::now() - begin >= 900ms, waits) << error;
-    };
     libraries[0].write("Note.md", "body");
-    expectRefusal({{"content", "no title"}}, "title is required.", false);
-    expectRefusal({{"path", "Note.md"}, {"title", "T"}}, "expected_revision is require", false);
-    expectRefusal({{"path", "Note.md"}, {"expected_revision", std::string(64, 'f')}, {"title", "T"}}, kBusy,
-                  true);
+    for (const auto& [arguments, error, waits] :
+         {std::tuple<Json, std::string, bool>{{{"content", "no title"}}, "title is required.", false},
+          {{{"path", "Note.md"}, {"title", "T"}}, "expected_revision is require", false},
+          {{{"path", "Note.md"}, {"expected_revision", std::string(64, 'f')}, {"title", "T"}},
+           kBusy,
+           true}}) {
+        const auto begin = Clock::now();
+        const std::string tool = arguments.contains("path") ? "update_note" : "create_note";
+        EXPECT_EQ(errorText(servers[0].call(tool, arguments)).substr(0, error.size()), error);
+        EXPECT_EQ(Clock::now() - begin >= 900ms, waits) << error;
+    }
     EXPECT_EQ(libraries[0].read("Note.md"), "body");
 }
 

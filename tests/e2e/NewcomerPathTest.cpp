@@ -1,7 +1,6 @@
 // What a newcomer meets first: the README's snippets, the preferences writer, install and the .deb.
 // Each is checked against the real thing, so the documentation cannot drift from the program.
-#include "e2e/WritingHelpers.h"
-#include "support/ServerProcess.h"
+#include "e2e/Reliability.h"
 
 #include <regex>
 
@@ -72,8 +71,8 @@ TEST(WritePreferences, WritesAFileTheServerStartsWithAndReplacesNoForeignOne) {
     ASSERT_EQ(write(folder + " --allow-writing").first, 0);
     EXPECT_EQ(modeOf(output), 0600u);
     ServerProcess server(output);
-    EXPECT_EQ(structuredText(server.call("list_notes", Json::object()))["total_matches"], 1);
-    EXPECT_EQ(server.call("create_note", {{"title", "Written"}})["isError"], false);
+    EXPECT_EQ(succeeded(server.call("list_notes", Json::object()))["total_matches"], 1);
+    succeeded(server.call("create_note", {{"title", "Written"}}));
     ASSERT_EQ(write(folder).first, 0);
     EXPECT_EQ(Json::parse(readFile(output))["mcp"], (Json{{"enabled", true}, {"allowWriting", false}}));
 

@@ -1,21 +1,21 @@
 #pragma once
-// What the stress tests of writing share: their sizes, the refusals a writer retries, where the lock
-// lives, and the owner records that other writers leave in it.
+// What the end-to-end tests share: the built executable as a client starts it, checks of tool
+// results, what a writer must never leave behind, the stress tests' sizes, and the lock.
 
-#include "e2e/WritingHelpers.h"
+#include "ServerClient.h" // the benchmark's client
 #include "library/NoteParser.h"
 #include "platform/Crypto.h"
 #include "platform/Process.h"
 #include "platform/Time.h"
-#include "support/ServerProcess.h"
+#include "support/TempLibrary.h"
+
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <map>
 #include <random>
 #include <set>
-#include <sstream>
 #include <thread>
 
 namespace vorlo::testing {
@@ -23,25 +23,57 @@ namespace vorlo::testing {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
+// build/vorlo-mcp with a clean environment: PATH, HOME, the preferences variable when given, and
+// `environment`. Killed when it goes, so that a hung server fails its test instead of the suite.
+struct ServerProcess : bench::ServerClient {
+    explicit ServerProcess(std::optional<std::string> preferences, std::vector<std::string> environment = {})
+        : ServerClient(VORLO_EXECUTABLE, std::move(preferences), std::move(environment)) {}
+};
+
 inline const std::string kBusy = "The Vorlo library is busy. Wait a moment and try again.";
 inline const std::string kStale = "The note changed after it was read. Read it again, review the new "
                                   "contents, and retry with the new revision.";
 inline constexpr std::string_view kLock = "Vorlo Data/Locks/Library Mutation.lock",
                                   kOwner = "Vorlo Data/Locks/Library Mutation.lock/Owner.json";
 
+// The text of a failed tool result; records a failure when the call succeeded.
+inline std::string errorText(const Json& result) {
+    EXPECT_EQ(result.value("isError", false), true) << result.dump();
+    return result.contains("content") ? result["content"].at(0).value("text", "") : "";
+}
+
+// The structured result of a successful tool call; records a failure otherwise.
+inline Json succeeded(const Json& result) {
+    EXPECT_EQ(result.value("isError", true), false) << result.dump();
+    return result.value("structuredContent", Json::object());
+}
+
+// The permission bits of an entry itself, as an octal number such as 0600.
+inline unsigned modeOf(const std::string& path) {
+    return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions() &
+                                 std::filesystem::perms::mask);
+}
+
+// Everything a writer must never leave behind: a held lock, a lock moved aside, a temporary file.
+inline std::vector<std::string> leftovers(const TempLibrary& library) {
+    std::vector<std::string> found;
+    std::error_code error;
+    for (auto it = std::filesystem::recursive_directory_iterator(library.library(), error);
+         it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
+        const std::string name = it->path().filename().string();
+        if (name == "Library Mutation.lock" || name.starts_with("Abandoned ") ||
+            name.starts_with("Released ") || name.starts_with(".Vorlo MCP "))
+            found.push_back(it->path().string().substr(library.library().size() + 1));
+    }
+    return found;
+}
+
 // A stress test's size: the environment variable `name` when set, else `usual`, or `longer` under
 // VORLO_LONG_TESTS=1, which searches further for rare interleavings.
 inline int sizeFromEnvironment(const char* name, int usual, int longer) {
     if (const char* value = std::getenv(name)) return std::atoi(value);
-    return longTests() ? longer : usual;
-}
-
-// The id of a process that has ended and been reaped.
-inline int deadProcessId() {
-    ServerProcess process(std::nullopt);
-    const int id = process.pid();
-    process.finish();
-    return id;
+    const char* longTests = std::getenv("VORLO_LONG_TESTS");
+    return longTests != nullptr && std::string_view(longTests) == "1" ? longer : usual;
 }
 
 // The record a writer on `host` leaves in the lock it holds.
@@ -50,12 +82,6 @@ inline std::string ownerRecord(const std::string& host, int processId,
     const std::string token = "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D";
     return Json{{"token", token}, {"processID", processId}, {"hostName", host}, {"createdAt", createdAt}}
         .dump(2);
-}
-
-// A tools/call request as the line a client sends.
-inline std::string toolCallLine(int id, std::string_view tool, const Json& arguments) {
-    return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":"tools/call","params":{"name":")" +
-           std::string(tool) + R"(","arguments":)" + arguments.dump() + "}}\n";
 }
 
 } // namespace vorlo::testing

@@ -18,7 +18,7 @@ struct Outcome {
 Json call(ServerProcess& server, std::string_view tool, const Json& arguments) {
     const Json result = server.call(tool, arguments);
     if (!result.contains("isError"))
-        ADD_FAILURE() << tool << " unanswered: " << server.finish().standardError;
+        ADD_FAILURE() << tool << " unanswered: " << (server.finish(), server.standardError());
     return result;
 }
 
