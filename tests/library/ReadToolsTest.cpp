@@ -2,7 +2,7 @@
 // come back: "TOOL ARGUMENTS ! TEXT" fails with exactly TEXT; "TOOL ARGUMENTS ~> JSON" succeeds with
 // a structured result that holds JSON (for read_attachment with the delivered item as "delivered").
 // What list_notes and search_notes find, and in what order, is held against a full sort in
-// StreamedScanTest; which files are notes, against the rules in NoteLookupTest.
+// LibraryScanTest, as are which files are notes.
 #include "support/TempLibrary.h"
 #include "tools/Limits.h"
 
@@ -73,14 +73,12 @@ TEST(ReadTools, ArgumentsAreCheckedInOrderBeforeTheLibraryIsRead) {
                 R"( \n"} ! The selected Vorlo library could not be read.)",
             R"(read_note {"path":5,"max_characters":"x"} ! path is required.)",
             R"(read_note {"path":"a.txt","max_characters":"x"} ! path must identify a Markdown note inside the Vorlo library.)",
-            R"(read_note {"path":"a\\..\\b.md"} ! path must identify a Markdown note inside the Vorlo library.)",
             R"(read_note {"path":"a.md","max_characters":"100"} ! max_characters must be a number.)",
             R"(read_note {"path":"a.MD","max_characters":0} ! The selected Vorlo library could not be read.)",
             R"(read_attachment {"attachment_name":"x.png"} ! path is required.)",
             R"(read_attachment {"path":"a.txt","attachment_name":5} ! path must identify a Markdown note inside the Vorlo library.)",
             R"(read_attachment {"path":"a.md","attachment_name":5} ! attachment_name must be a short string.)",
             R"(read_attachment {"path":"a.md"} ! attachment_name must be a filename returned by read_note.)",
-            R"(read_attachment {"path":"a.md","attachment_name":"   "} ! attachment_name must be a filename returned by read_note.)",
             R"(read_attachment {"path":"a.md","attachment_name":"a/b.png"} ! attachment_name must be a filename returned by read_note.)",
             R"(read_attachment {"path":"a.md","attachment_name":"a\\b.png"} ! attachment_name must be a filename returned by read_note.)",
             R"(read_attachment {"path":"a.md","attachment_name":" photo.png "} ! The selected Vorlo library could not be read.)",
@@ -114,10 +112,7 @@ TEST(ReadTools, AnswerWithTheNoteTheScanFindsAndItsAttachments) {
         library,
         {
             R"(read_note {"path":"ABC.md","max_characters":0} ~> {"content":"a","truncated":true})",
-            R"(read_note {"path":"abc.md","max_characters":-3} ~> {"content":"a","truncated":true})",
-            R"(read_note {"path":"abc.md","max_characters":true} ~> {"content":"a","truncated":true})",
             R"(read_note {"path":"abc.md","max_characters":2.9} ~> {"content":"ab","truncated":true})",
-            R"(read_note {"path":"abc.md","max_characters":3} ~> {"content":"abc","truncated":false})",
             R"(read_note {"path":"emoji\\E.MD","max_characters":2} ~> {"path":"Emoji/e.md","content":"😀👍🏽","truncated":true,"preview":"😀👍🏽🇩🇪"})",
             R"(read_note {"path":"Emoji/e.md","max_characters":3} ~> {"content":"😀👍🏽🇩🇪","truncated":false})",
             R"(read_note {"path":"long.md"} ~> {"truncated":true})",
@@ -136,7 +131,6 @@ TEST(ReadTools, AnswerWithTheNoteTheScanFindsAndItsAttachments) {
                 kId +
                 R"(/my Report.PDF","name":"my Report.PDF","mimeType":"application/pdf","blob":"JVBERg=="}}})",
             R"(read_attachment {"path":"Note.md","attachment_name":"README"} ~> {"type":"","mime_type":"application/octet-stream","delivered":{"resource":{"blob":""}}})",
-            R"(read_attachment {"path":"Note.md","attachment_name":"a.tar.GZ"} ~> {"type":"gz","mime_type":"application/octet-stream"})",
             R"(read_attachment {"path":"Note.md","attachment_name":"link.png"} ! That attachment does not belong to the requested note.)",
             R"(read_attachment {"path":"Note.md","attachment_name":".hidden.png"} ! That attachment does not belong to the requested note.)",
             R"(read_attachment {"path":"Note.md","attachment_name":"sub"} ! That attachment does not belong to the requested note.)",
@@ -166,14 +160,11 @@ TEST(ReadTools, AttachmentsOutsideTheLibraryAreNeverRead) {
     std::filesystem::remove(library.path("Vorlo Data"));
     library.write(kFolder + "a.txt", "text");
     std::filesystem::create_directory_symlink(library.root(), library.root() + "/Linked");
-    const Json request = {
-        {"jsonrpc", "2.0"},
-        {"id", 1},
-        {"method", "tools/call"},
-        {"params",
-         {{"name", "read_attachment"}, {"arguments", {{"path", "Note.md"}, {"attachment_name", "a.txt"}}}}}};
+    const Json params = {{"name", "read_attachment"},
+                         {"arguments", {{"path", "Note.md"}, {"attachment_name", "a.txt"}}}};
     const auto reply =
-        VorloMCPServer(library.root() + "/Linked/Library", library.preferences()).handle(request.dump());
+        VorloMCPServer(library.root() + "/Linked/Library", library.preferences())
+            .handle(Json{{"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"}, {"params", params}}.dump());
     EXPECT_EQ(Json::parse(*reply).at("result").at("content").at(1).at("text"), "text") << *reply;
 }
 
