@@ -136,10 +136,9 @@ std::vector<std::size_t> referenceOrder(const std::vector<NoteRecord>& notes,
 TEST(LibraryScan, EveryWayOfReadingGivesThePlainRecordsAndListAndSearchTheirFullSort) {
     GeneratedLibrary generated(7, 120);
     const TempLibrary& library = generated.library();
-    const auto plain = [&] {
-        const IoMode sync("sync");
-        return library.server().scanNotes();
-    }();
+    std::optional<IoMode> sync(std::in_place, "sync");
+    const auto plain = library.server().scanNotes();
+    sync.reset();
     ASSERT_GT(plain.size(), 200u);
     std::vector<Json> summaries;
     std::vector<std::string> folders;
@@ -160,15 +159,11 @@ TEST(LibraryScan, EveryWayOfReadingGivesThePlainRecordsAndListAndSearchTheirFull
     const auto add = [&](const char* tool, const Json& arguments) {
         calls.emplace_back(tool, arguments, referenceOrder(plain, summaries, arguments));
     };
-    const std::pair<std::string, std::string> filters[] = {{"", ""},
-                                                           {folders[0], ""},
-                                                           {folders[1], " WORK "},
-                                                           {folders[2] + "/", ""},
-                                                           {"   ", "caf\u00e9"},
-                                                           {"", "idea/sub"},
-                                                           {"", "#work"}};
-    for (const auto& [folder, tag] : filters)
-        add("list_notes", Json{{"folder", folder}, {"tag", tag}});
+    // Folder and tag, a pair at a time.
+    const std::string filters[] = {"", "",    folders[0],  "", folders[1], " WORK ", folders[2] + "/",
+                                   "", "   ", "caf\u00e9", "", "idea/sub", "",       "#work"};
+    for (std::size_t i = 0; i < std::size(filters); i += 2)
+        add("list_notes", Json{{"folder", filters[i]}, {"tag", filters[i + 1]}});
     for (const char* query : {"lantern", " creme brulee\n", "alpha", "ECOLE", "work", "strasse", "fine",
                               "istanbul", "lantern\nlantern", "xxxxxxxx lantern", "plan", "\u0301"})
         add("search_notes", Json{{"query", query}});
