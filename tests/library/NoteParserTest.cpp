@@ -44,6 +44,7 @@ TEST(NoteParser, ReadsFrontMatterBodyAndTags) {
          "Trip.plan||archived"},
         {"---\ntags: [\"b\",\"a\"]\n---\n", "Trip.plan||#a|#b"},
         {"---\ntags: [a, b]\n---\n#c", "Trip.plan|#c|#c"},
+        {"---\ntags: [\"a\", 1]\n---\n", "Trip.plan|"},
         {"---\ntags: [\"#a\", \" b \", \"\"]\n---\n#a", "Trip.plan|#a|#|# b |##a|#a"},
         {"---\ntags: [\"work\"]\n---\n#work #Work #apple", "Trip.plan|#work #Work #apple|#Work|#apple|#work"},
         // Of canonically equivalent tags the first stays.
