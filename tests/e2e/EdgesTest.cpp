@@ -4,6 +4,8 @@
 #include "platform/Errors.h"
 #include "tools/Limits.h"
 
+#include <gmock/gmock.h>
+
 namespace vorlo::testing {
 namespace {
 
@@ -42,13 +44,10 @@ TEST(Limits, PreferencesPastTheirLimitReadAsAbsent) {
 // No request line can carry a note near its limit, so the tool's method is called directly.
 TEST(Limits, OversizedNoteLeavesOnlyTheFolderItMadeAndReleasesTheLock) {
     TempLibrary library;
-    try {
-        library.server().createNote(
-            {{"title", "Big"}, {"folder", "New"}, {"content", std::string(kMaximumNoteBytes, 'x')}});
-        ADD_FAILURE() << "an oversized note was written";
-    } catch (const ServerError& error) {
-        EXPECT_STREQ(error.what(), "The note exceeds Vorlo's 16777216-byte limit.");
-    }
+    const Json big = {{"title", "Big"}, {"folder", "New"}, {"content", std::string(kMaximumNoteBytes, 'x')}};
+    EXPECT_THAT([&] { library.server().createNote(big); },
+                ::testing::ThrowsMessage<ServerError>(
+                    ::testing::StrEq("The note exceeds Vorlo's 16777216-byte limit.")));
     EXPECT_TRUE(std::filesystem::is_empty(library.path("New")));
     EXPECT_EQ(leftovers(library), std::vector<std::string>());
 }

@@ -31,15 +31,11 @@ const char* const kWrites[] = {
 // it gets none.
 std::pair<std::string, std::string> randomLine(std::mt19937& random) {
     const auto pick = [&](std::size_t count) { return random() % count; };
-    const Json ids[] = {nullptr,
-                        pick(2) == 1,
-                        -static_cast<long long>(random()),
-                        random() / 7.0,
-                        "id-" + std::to_string(random()) + "-\u00e9\u4e2d",
-                        Json{{"n", {random(), "two", nullptr}}},
-                        Json::array({random()}),
-                        std::numeric_limits<std::uint64_t>::max(),
-                        random()};
+    // clang-format off
+    const Json ids[] = {nullptr, pick(2) == 1, -static_cast<long long>(random()), random() / 7.0,
+                        "id-" + std::to_string(random()) + "-\u00e9\u4e2d", Json{{"n", {random(), "two", nullptr}}},
+                        Json::array({random()}), std::numeric_limits<std::uint64_t>::max(), random()};
+    // clang-format on
     const std::string id = ids[pick(std::size(ids))].dump(), head = R"({"jsonrpc":"2.0","id":)" + id + ",";
     switch (pick(12)) {
     case 0:
@@ -85,19 +81,15 @@ TEST(ProtocolProperty, EveryRequestOfARandomStreamIsAnsweredOnceInOrder) {
     std::mt19937 random(20240501);
     std::vector<std::pair<std::string, std::string>> lines(
         sizeFromEnvironment("VORLO_PROTOCOL_LINES", 100000, 1000000));
+    std::string stream;
     for (auto& line : lines)
-        line = randomLine(random);
-
+        stream += (line = randomLine(random)).first + "\n";
     ServerProcess server(library.preferences());
     std::thread sender([&] {
-        std::string pending;
-        for (std::size_t i = 0; i < lines.size(); ++i) {
-            pending += lines[i].first + "\n";
-            while (pending.size() > 65536 || (i + 1 == lines.size() && !pending.empty())) {
-                const std::size_t chunk = std::min<std::size_t>(pending.size(), 1 + random() % 9000);
-                server.send(std::string_view(pending).substr(0, chunk));
-                pending.erase(0, chunk);
-            }
+        for (std::string_view rest = stream; !rest.empty();) {
+            const std::size_t chunk = std::min<std::size_t>(rest.size(), 1 + random() % 9000);
+            server.send(rest.substr(0, chunk));
+            rest.remove_prefix(chunk);
         }
         server.closeInput();
     });
@@ -106,11 +98,10 @@ TEST(ProtocolProperty, EveryRequestOfARandomStreamIsAnsweredOnceInOrder) {
         if (expected.empty()) continue;
         ++answered;
         EXPECT_EQ(signature(server.readLine(10s)), expected) << sent.substr(0, 200);
-        if (::testing::Test::HasFailure()) {
-            ::kill(server.pid(), SIGKILL); // one failure says it all; the sender then ends
-            break;
-        }
+        // One failure says it all; the sender then ends.
+        if (::testing::Test::HasFailure()) break;
     }
+    if (::testing::Test::HasFailure()) ::kill(server.pid(), SIGKILL);
     sender.join();
     EXPECT_EQ(server.finish(), 0);
     EXPECT_EQ(server.unread() + server.standardError(), "") << "unasked output, or an error";

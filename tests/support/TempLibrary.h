@@ -68,22 +68,20 @@ class TempLibrary {
     std::string path(std::string_view relative) const { return (library_ + "/").append(relative); }
     // Writes a file (parents made as needed) and returns its absolute path.
     std::string write(std::string_view relativePath, std::string_view bytes) const {
-        const std::string target = path(relativePath);
-        std::filesystem::create_directories(std::filesystem::path(target).parent_path());
-        writeFile(target, bytes);
-        return target;
+        std::filesystem::create_directories(std::filesystem::path(path(relativePath)).parent_path());
+        writeFile(path(relativePath), bytes);
+        return path(relativePath);
     }
     std::string read(std::string_view relativePath) const { return readFile(path(relativePath)); }
     bool exists(std::string_view relativePath) const {
-        struct stat status;
-        return ::lstat(path(relativePath).c_str(), &status) == 0;
+        std::error_code unreachable; // a folder without permission hides what it holds
+        return std::filesystem::exists(std::filesystem::symlink_status(path(relativePath), unreachable));
     }
     void makeFolder(std::string_view relative) const { std::filesystem::create_directories(path(relative)); }
     // A symbolic link at `relativePath` pointing at `target` (taken as given).
     void link(std::string_view relativePath, const std::string& target) const {
-        const std::string at = path(relativePath);
-        std::filesystem::create_directories(std::filesystem::path(at).parent_path());
-        if (::symlink(target.c_str(), at.c_str()) != 0) throw std::runtime_error("symlink failed");
+        std::filesystem::create_directories(std::filesystem::path(path(relativePath)).parent_path());
+        std::filesystem::create_symlink(target, path(relativePath));
     }
     // Sets the file's modification time, seconds since the epoch.
     void touch(std::string_view relativePath, long long secondsSinceEpoch) const {
