@@ -31,7 +31,7 @@ TEST(NoteParser, ReadsFrontMatterBodyAndTags) {
         {"---\rtitle: \"A\"\r---\rB\r", "A|B\n"},
         {"\xEF\xBB\xBF---\ntitle: \"A\"\n---\n", "Trip.plan|\xEF\xBB\xBF---\ntitle: \"A\"\n---\n"},
         {"---\ntitle: \"Plans: 2024\"\n---\n", "Plans: 2024|"},
-        {"---\ntitle: Groceries\n---\n", "Trip.plan|"},
+        {"---\ntitle: Groceries\n---\n", "Trip.plan|"}, {"---\ntitle: Plan\"\n---\n", "Trip.plan|"},
         {"---\ntitle: \"\"\n---\n", "|"},
         {"---\ntitle: \"A\"\ntitle: B\n---\n", "Trip.plan|"}, // the last line decides, even when unusable
         {"---\n\ttitle\u3000:\t \"A\"\u3000 \n---\n", "A|"},
