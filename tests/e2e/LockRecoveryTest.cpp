@@ -48,7 +48,7 @@ TEST(LockRecovery, MovesAbandonedLocksAsideAndWaitsForHeldOnes) {
     for (const TempLibrary& library : libraries)
         servers.emplace_back(library.preferences());
     for (auto& server : servers)
-        server.request("ping", {});
+        EXPECT_TRUE(server.send(server.requestLine("ping", {}) + "\n") && server.readLine());
     ServerProcess gone(std::nullopt); // a process that has ended and been reaped
     const int dead = gone.pid();
     gone.finish();
