@@ -34,7 +34,7 @@ TEST(Collation, CaselessEqualityHonoursCanonicalEquivalenceInAnyLocale) {
     const InLocale turkish("tr_TR");
     // clang-format off
     const std::tuple<std::string, std::string, bool> cases[] = {
-        {"Projects", "projects", true}, {"AZ", "az", true}, {"Projects", "Project", false}, {"Caf\u00E9", "CAFE\u0301", true},
+        {"Projects", "projects", true}, {"Zz", "zZ", true}, {"Projects", "Project", false}, {"Caf\u00E9", "CAFE\u0301", true},
         {"Caf\u00E9", "cafe", false}, {"Stra\u00DFe", "STRASSE", true}, {"\u212B", "\u00E5", true},
         {"\u212A", "k", true}, {"I", "i", true}, {"\u0131", "I", false}, {"", "", true},
         {"q\u0307\u0323", "Q\u0323\u0307", true}};
