@@ -1,6 +1,7 @@
 // Inputs that a client or a library's files can choose to make a call slow, huge or dead, at sizes
 // where a cost that grows faster than the input would take many seconds. This file checks their
 // outcome; the benchmark judges their time and memory.
+#include "support/Repeated.h"
 #include "platform/Characters.h"
 #include "platform/Folding.h"
 #include "support/TempLibrary.h"
@@ -14,32 +15,25 @@
 namespace vorlo::testing {
 namespace {
 
-std::string repeat(std::string_view piece, std::size_t times) {
-    std::string text;
-    for (std::size_t i = 0; i < times; ++i)
-        text += piece;
-    return text;
-}
-
 // One character, "’" and 34,000 joiners: longer than the 64 KiB windows of the folded searches.
-const std::string kQuery = "\u2019" + repeat("\u200D", 34000);
-const std::string kProse = repeat("It\u2019s plain prose. ", 100000); // 2 MB, 18 characters a piece
-const std::string kTitled = "---\ntitle: \"" + kQuery + "\"\n---\n" + repeat("\u00E9t\u00E9 ", 50000);
+const std::string kQuery = "\u2019" + repeated("\u200D", 34000);
+const std::string kProse = repeated("It\u2019s plain prose. ", 100000); // 2 MB, 18 characters a piece
+const std::string kTitled = "---\ntitle: \"" + kQuery + "\"\n---\n" + repeated("\u00E9t\u00E9 ", 50000);
 // ASCII that passes the quick filter of the ASCII search at every place and differs late.
-const std::string kLate = repeat("a", 300) + "b" + repeat("a", 300),
-                  kLATE = repeat("A", 300) + "B" + repeat("A", 300);
+const std::string kLate = repeated("a", 300) + "b" + repeated("a", 300),
+                  kLATE = repeated("A", 300) + "B" + repeated("A", 300);
 
 TEST(HostileInput, LongQueriesLongTitlesAndRepeatedTagsKeepTheirOutcome) {
     // A note, a query, and the snippet or the tags the note is listed with; null when it does not match.
     const std::tuple<std::string, std::string, Json> rows[] = {
         {kProse, kQuery, nullptr},
-        {kProse + kQuery, kQuery, "\u2026in prose. " + repeat("It\u2019s plain prose. ", 5) + kQuery},
-        {kTitled, kQuery, repeat("\u00E9t\u00E9 ", 80)},
-        {kTitled + kQuery, kQuery, "\u2026" + repeat("\u00E9t\u00E9 ", 25) + kQuery},
-        {repeat("a", 200000), kLate, nullptr},
-        {repeat("a", 65251) + kLATE + repeat("a", 65000), kLate,
-         "\u2026" + repeat("a", 100) + repeat("A", 220) + "\u2026"},
-        {"---\ntags: [\"b\",\"e\u0301\",\"b\"]\n---\n" + repeat("#a #b ", 700000) + "#\u00E9", "",
+        {kProse + kQuery, kQuery, "\u2026in prose. " + repeated("It\u2019s plain prose. ", 5) + kQuery},
+        {kTitled, kQuery, repeated("\u00E9t\u00E9 ", 80)},
+        {kTitled + kQuery, kQuery, "\u2026" + repeated("\u00E9t\u00E9 ", 25) + kQuery},
+        {repeated("a", 200000), kLate, nullptr},
+        {repeated("a", 65251) + kLATE + repeated("a", 65000), kLate,
+         "\u2026" + repeated("a", 100) + repeated("A", 220) + "\u2026"},
+        {"---\ntags: [\"b\",\"e\u0301\",\"b\"]\n---\n" + repeated("#a #b ", 700000) + "#\u00E9", "",
          Json::array({"a", "b", "e\u0301"})},
     };
     for (const auto& [note, query, expected] : rows) {
@@ -59,7 +53,7 @@ TEST(HostileInput, LongQueriesLongTitlesAndRepeatedTagsKeepTheirOutcome) {
 // longer, cut from the folded text around the places where the windows are cut.
 TEST(HostileInput, LongNeedlesAreFoundWhereFoldingTheWholeTextFindsThem) {
     const std::string pieces[] = {"a",      "B",      "xyz ",   "\r\n",         "\u00E9",         "E\u0301",
-                                  "\u00DF", "\u4E2D", "\u200D", "\u1100\u1161", repeat("Ab ", 70)};
+                                  "\u00DF", "\u4E2D", "\u200D", "\u1100\u1161", repeated("Ab ", 70)};
     std::mt19937 random(15);
     std::string text, folded; // `folded` one character at a time, as the snippet counts characters
     while (text.size() < 300000)
@@ -91,7 +85,7 @@ TEST(HostileInput, LongNeedlesAreFoundWhereFoldingTheWholeTextFindsThem) {
 // the bottom, goes on a thread whose small stack would not hold a frame a level.
 TEST(HostileInput, AnAbandonedLockOfAnyDepthGoesWithoutFollowingItsLink) {
     TempLibrary library;
-    library.link("Vorlo Data/Locks/Library Mutation.lock" + repeat("/d", 600) + "/outside", library.root());
+    library.link("Vorlo Data/Locks/Library Mutation.lock" + repeated("/d", 600) + "/outside", library.root());
     writeFile(library.root() + "/Keep", "kept");
     library.touch("Vorlo Data/Locks/Library Mutation.lock", std::time(nullptr) - 3600);
     std::pair<const TempLibrary*, Json> call{&library, {}};

@@ -1,3 +1,4 @@
+#include "support/Repeated.h"
 #include "library/Summaries.h"
 
 #include "library/NoteParser.h"
@@ -14,13 +15,6 @@ namespace vorlo::library {
 namespace {
 
 const std::string kEllipsis = "\u2026";
-
-std::string repeated(std::string_view piece, std::size_t count) {
-    std::string out;
-    while (count-- > 0)
-        out += piece;
-    return out;
-}
 
 TEST(Summaries, SummaryShowsHeaderValuesAsWrittenAndTheFileDateOtherwise) {
     const Timestamp may1 = Timestamp(std::chrono::seconds(1714550400));

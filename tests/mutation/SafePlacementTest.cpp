@@ -1,16 +1,10 @@
+#include "support/Repeated.h"
 #include "mutation/SafePlacement.h"
 
 #include <gtest/gtest.h>
 
 namespace vorlo::mutation {
 namespace {
-
-std::string repeated(std::string_view piece, std::size_t count) {
-    std::string out;
-    while (count-- > 0)
-        out += piece;
-    return out;
-}
 
 // Characters a file name cannot hold go, blanks and dots go from the ends, and the stem is cut to 160
 // characters, not bytes, with nothing trimmed after the cut. Category Zs is white space; category Cf

@@ -1,3 +1,4 @@
+#include "support/Repeated.h"
 #include "platform/Folding.h"
 #include "platform/Characters.h"
 #include "platform/Collation.h"
@@ -17,13 +18,6 @@ struct InLocale {
     explicit InLocale(const char* name) { adoptLocale(name); }
     ~InLocale() { adoptLocaleFromEnvironment(); }
 };
-
-std::string repeated(std::string_view piece, std::size_t count) {
-    std::string out;
-    while (count-- > 0)
-        out += piece;
-    return out;
-}
 
 // Greek final sigma, Ё and Й lose their marks; the mark on the ASCII letter before a non-ASCII
 // stretch goes too. Outside Turkic locales the dotted capital I is a plain i.

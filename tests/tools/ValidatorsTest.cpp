@@ -1,4 +1,5 @@
 // Argument validators: the exact values and messages a client gets.
+#include "support/Repeated.h"
 #include "tools/Validators.h"
 
 #include "platform/Errors.h"
@@ -30,13 +31,6 @@ void expectOutcomes(const std::function<Json(const Json*)>& validate,
         }
         EXPECT_EQ(outcome, expected) << value.dump().substr(0, 60);
     }
-}
-
-std::string repeated(std::string_view piece, std::size_t count) {
-    std::string out;
-    while (count-- > 0)
-        out += piece;
-    return out;
 }
 
 // Short strings count characters before trimming; titles after it, and in characters: a letter with
