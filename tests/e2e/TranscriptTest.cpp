@@ -5,6 +5,8 @@
 //   let NAME = TEXT         later lines of the file read TEXT for $NAME ($LIB and $ROOT are built in)
 //   file PATH[ | PATH...][ = TEXT]   files in the library that hold TEXT, or "text"
 //   link PATH -> TARGET     a symbolic link;  fifo PATH;  chmod PATH = MODE
+//   folder PATH             an empty folder;  age PATH = SECONDS: its modification time so long ago
+//   rm PATH                 removes PATH, which must be there
 //   prefs on|off|read-only|TEXT   the preferences file;  prefs-path [PATH|unset]: the variable naming it
 //   env NAME=VALUE          one more variable for the next server's environment
 //   > LINE[ => JSON]        sends LINE; the reply must then equal JSON (with ~>, contain it)
@@ -20,11 +22,13 @@
 //
 // TEXT, LINE and BYTES take \n \r \\ \xHH and \*Nc (N times c). Anywhere, {rev:PATH} is the digest of
 // a library file as it is now, and {id} {modified} {revision} are those fields of the last successful
-// call's note (or of its result when it has none). To contain: every member given is there and
+// call's note (or of its result when it has none), {pid} this process's id, and {host} {HOST} the host
+// name as the system gives it and in capitals. To contain: every member given is there and
 // contains what is given (null: is absent); an array contains one of its length whose elements
 // contain the given ones in order, or for objects in any order (a listing follows the file system).
-// A server still running when its case ends must pass "exit 0", and no case may leave a lock or a
-// temporary file behind.
+// A server still running when its case ends must pass "exit 0", no case may leave a lock or a
+// temporary file behind, and a busy library is reported only after about a second of waiting. The
+// cases of locks.txt wait for locks: they run all at once, as one test.
 #include "e2e/Reliability.h"
 
 namespace vorlo::testing {
@@ -87,9 +91,10 @@ bool contains(const Json& actual, const Json& expected) {
     return true;
 }
 
-std::vector<std::pair<std::string, Steps>> loadTranscripts() {
+std::vector<std::pair<std::string, Steps>> loadTranscripts(bool locks) {
     std::vector<std::pair<std::string, Steps>> cases;
     for (const auto& file : std::filesystem::directory_iterator(VORLO_SOURCE_DIR "/tests/e2e/transcripts")) {
+        if ((file.path().stem() == "locks") != locks) continue;
         std::vector<std::pair<std::string, std::string>> variables;
         std::istringstream in(readFile(file.path()));
         for (std::string line; std::getline(in, line);) {
@@ -120,10 +125,15 @@ class Session {
 
   private:
     std::string withPlaceholders(std::string text) const {
-        replaceAll(text, "$LIB", library_.library());
-        replaceAll(text, "$ROOT", library_.root());
-        for (const char* field : {"id", "modified", "revision"})
-            replaceAll(text, "{" + std::string(field) + "}", last_.value(field, ""));
+        std::string host = process::hostName(), upper = host;
+        std::ranges::transform(host, upper.begin(), [](unsigned char c) { return std::toupper(c); });
+        // clang-format off
+        const std::string values[] = {library_.library(), library_.root(), last_.value("id", ""),
+            last_.value("modified", ""), last_.value("revision", ""), host, upper, std::to_string(::getpid())};
+        for (std::size_t i = 0;
+             const char* name : {"$LIB", "$ROOT", "{id}", "{modified}", "{revision}", "{host}", "{HOST}", "{pid}"})
+            replaceAll(text, name, values[i++]);
+        // clang-format on
         for (std::size_t at; (at = text.find("{rev:")) != std::string::npos;) {
             const std::size_t end = text.find('}', at);
             text.replace(at, end + 1 - at, sha256Hex(library_.read(text.substr(at + 5, end - at - 5))));
@@ -196,22 +206,26 @@ class Session {
         } else if (word == "chmod") {
             std::filesystem::permissions(library_.path(path),
                                          std::filesystem::perms(std::stoul(content(), nullptr, 8)));
+        } else if (word == "folder") {
+            library_.makeFolder(argument);
+        } else if (word == "age") {
+            library_.touch(
+                path, std::chrono::floor<std::chrono::seconds>(currentTime()).time_since_epoch().count() -
+                          std::stoll(content()));
+        } else if (word == "rm") {
+            EXPECT_TRUE(library_.exists(argument));
+            std::filesystem::remove_all(library_.path(argument));
         } else if (word == "mode") {
             for (const std::string& each : split(path, " | "))
                 EXPECT_EQ(modeOf(library_.path(each)), std::stoul(content(), nullptr, 8)) << each;
-        } else if (word == "prefs" && (argument == "on" || argument == "off" || argument == "read-only")) {
-            library_.writePreferences(argument != "off", argument != "read-only");
         } else if (word == "prefs") {
-            library_.writePreferencesText(unescape(argument));
+            argument == "on" || argument == "off" || argument == "read-only"
+                ? library_.writePreferences(argument != "off", argument != "read-only")
+                : library_.writePreferencesText(unescape(argument));
         } else if (word == "prefs-path") {
             preferencesPath_ = argument == "unset" ? std::nullopt : std::optional(argument);
         } else if (word == "env") {
             environment_.push_back(argument);
-        } else if (word == ">") {
-            for (const std::string& each : split(request, " | ")) {
-                server().send(unescape(each) + "\n");
-                if (!expectation.empty()) expect(reply(), expectation);
-            }
         } else if (word == ">|") {
             server().send(unescape(argument));
             EXPECT_EQ(server().readLine(std::chrono::milliseconds(100)), std::nullopt);
@@ -229,10 +243,18 @@ class Session {
             EXPECT_EQ(library_.read(path), content());
         } else if (word == "absent") {
             EXPECT_FALSE(library_.exists(argument));
+        } else if (word == ">") {
+            for (const std::string& each : split(request, " | ")) {
+                server().send(unescape(each) + "\n");
+                if (!expectation.empty()) expect(reply(), expectation);
+            }
         } else {
-            for (const std::string& each : split(request, " | ")) // no expectation: any success
-                expect(toolOutcome(server().call(word, Json::parse(each))),
-                       expectation.empty() ? R"( ~> {"error":null})" : expectation);
+            for (const std::string& each : split(request, " | ")) { // no expectation: any success
+                const auto start = Clock::now();
+                const Json outcome = toolOutcome(server().call(word, Json::parse(each)));
+                EXPECT_TRUE(outcome != kBusy || Clock::now() - start >= 900ms) << "busy without waiting";
+                expect(outcome, expectation.empty() ? R"( ~> {"error":null})" : expectation);
+            }
         }
     }
 
@@ -249,8 +271,20 @@ TEST_P(Transcript, Replays) {
     Session().run(GetParam().second);
 }
 
-INSTANTIATE_TEST_SUITE_P(E2e, Transcript, ::testing::ValuesIn(loadTranscripts()),
+INSTANTIATE_TEST_SUITE_P(E2e, Transcript, ::testing::ValuesIn(loadTranscripts(false)),
                          [](const auto& info) { return info.param.first; });
+
+TEST(LockRecovery, CasesWaitingForLocksRunAtOnce) {
+    const auto cases = loadTranscripts(true);
+    std::vector<std::thread> sessions;
+    for (const auto& each : cases)
+        sessions.emplace_back([&each] {
+            SCOPED_TRACE(each.first);
+            Session().run(each.second);
+        });
+    for (std::thread& session : sessions)
+        session.join();
+}
 
 } // namespace
 } // namespace vorlo::testing
