@@ -51,43 +51,51 @@ TEST(Readme, EverySnippetParsesAndEveryExampleCallBehavesAsShown) {
     EXPECT_EQ(calls, 6);
 }
 
-// The file it writes is one the server starts with, at mode 0600, with the writing switch as asked.
-// It refuses what is not a folder, and never replaces a file it did not write unless forced; its own
-// file it replaces freely.
+// The file it writes is one the server starts with, at mode 0600, naming the folder itself and with
+// the writing switch as asked. It refuses what is not a folder, and never replaces a file it did not
+// write unless forced; its own file it replaces freely.
 TEST(WritePreferences, WritesAFileTheServerStartsWithAndReplacesNoForeignOne) {
     TempLibrary library;
     const std::string output = library.root() + "/Written/Preferences.json",
-                      folder = quoted(library.library());
-    const auto write = [&](const std::string& arguments) {
-        return shell(quoted(VORLO_SOURCE_DIR "/scripts/write-preferences") + " " + arguments + " --output " +
-                     quoted(output));
-    };
+                      folder = quoted(library.library()),
+                      foreign = R"({"libraryPath": "/elsewhere", "mcp": {"enabled": true}})";
     library.link("Linked", library.library());
-    for (const std::string& bad :
-         {library.write("note.md", "x"), library.root() + "/missing", library.path("Linked")})
-        EXPECT_NE(write(quoted(bad)).first, 0) << bad;
-    EXPECT_FALSE(std::filesystem::exists(output));
-
-    ASSERT_EQ(write(folder + " --allow-writing").first, 0);
-    EXPECT_EQ(modeOf(output), 0600u);
-    ServerProcess server(output);
-    EXPECT_EQ(succeeded(server.call("list_notes", Json::object()))["total_matches"], 1);
-    succeeded(server.call("create_note", {{"title", "Written"}}));
-    ASSERT_EQ(write(folder).first, 0);
-    EXPECT_EQ(Json::parse(readFile(output))["mcp"], (Json{{"enabled", true}, {"allowWriting", false}}));
-
-    const std::string foreign = R"({"libraryPath": "/elsewhere", "mcp": {"enabled": true}})";
-    writeFile(output, foreign);
-    const auto [status, message] = write(folder);
-    EXPECT_NE(status, 0);
-    EXPECT_NE(message.find("--force"), std::string::npos) << message;
-    EXPECT_EQ(readFile(output), foreign);
-    EXPECT_EQ(write(folder + " --force").first, 0);
-    EXPECT_EQ(Json::parse(readFile(output))["libraryPath"],
-              std::filesystem::canonical(library.library()).string());
+    // The arguments, the file there before (none when empty), and whether it is written.
+    const std::tuple<std::string, std::string, bool> rows[] = {
+        {quoted(library.write("note.md", "x")), "", false},
+        {quoted(library.root() + "/missing"), "", false},
+        {quoted(library.path("Linked")), "", false},
+        {folder + " --allow-writing", "", true},
+        {folder, "", true},
+        {folder, foreign, false},
+        {folder + " --force --allow-writing", foreign, true}};
+    for (const auto& [arguments, before, written] : rows) {
+        SCOPED_TRACE(arguments + " over " + before);
+        if (!before.empty()) writeFile(output, before);
+        const auto [status, message] = shell(quoted(VORLO_SOURCE_DIR "/scripts/write-preferences") + " " +
+                                             arguments + " --output " + quoted(output));
+        if (!written) {
+            EXPECT_NE(status, 0);
+            EXPECT_EQ(readFile(output), before);
+            EXPECT_TRUE(before.empty() || message.find("--force") != std::string::npos) << message;
+            continue;
+        }
+        ASSERT_EQ(status, 0) << message;
+        EXPECT_EQ(modeOf(output), 0600u);
+        EXPECT_EQ(Json::parse(readFile(output))["libraryPath"],
+                  std::filesystem::canonical(library.library()).string());
+        ServerProcess server(output);
+        const bool writing = arguments.ends_with("--allow-writing");
+        EXPECT_EQ(server.call("create_note", {{"title", "Written"}}).value("isError", true), !writing);
+        EXPECT_EQ(library.exists("Written.md"), writing);
+        std::filesystem::remove(library.path("Written.md"));
+    }
 }
 
-TEST(Packaging, InstallPlacesTheExecutableAndTheManPage) {
+// Install places the executable and the man page; the .deb holds exactly those two, and depends on
+// exactly the packages that hold the shared libraries its executable needs: libc6 alone when the
+// others are linked in.
+TEST(Packaging, InstallAndTheDebianPackagePlaceTheExecutableAndTheManPage) {
     TempLibrary scratch;
     const auto [status, output] = shell("DESTDIR=" + quoted(scratch.root()) + " cmake --install " +
                                         quoted(VORLO_BINARY_DIR) + " --prefix /opt/vorlo");
@@ -96,14 +104,8 @@ TEST(Packaging, InstallPlacesTheExecutableAndTheManPage) {
     EXPECT_EQ(modeOf(prefix + "/bin/vorlo-mcp") & 0100, 0100u);
     EXPECT_TRUE(std::filesystem::exists(prefix + "/share/man/man1/vorlo-mcp.1.gz") ||
                 std::filesystem::exists(prefix + "/share/man/man1/vorlo-mcp.1"));
-}
-
-// The .deb holds exactly the executable and the man page, and depends on exactly the packages that
-// hold the shared libraries its executable needs: libc6 alone when the others are linked in.
-TEST(Packaging, DebianPackageListsItsFilesAndRuntimeLibraries) {
     if (shell("command -v cpack && command -v dpkg-deb && command -v readelf").first != 0)
         GTEST_SKIP() << "no cpack, dpkg-deb or readelf here";
-    TempLibrary scratch;
     const std::string deb = quoted(scratch.root()) + "/*.deb",
                       unpacked = quoted(scratch.root() + "/unpacked");
     const auto packaged = shell("cd " + quoted(VORLO_BINARY_DIR) + " && cpack -G DEB -B " +
