@@ -13,7 +13,7 @@ import { ErrorCode, McpError } from '@modelcontextprotocol/sdk/types.js';
 
 const executable = process.env.VORLO_MCP_EXECUTABLE ?? fileURLToPath(new URL('../../build/vorlo-mcp', import.meta.url));
 const noteId = '3C9A1B2D-4E5F-4A6B-8C7D-9E0F1A2B3C4D';
-const meeting = 'Work/Budget meeting.md';
+const meeting = 'Work/Budget meeting.md', recipe = 'Recipes/Crème brûlée.md';
 // A 1x1 PNG, a plain text file and a (tiny) PDF: one attachment for each form of reply.
 const attachments = {
   'whiteboard.png': Buffer.from(
@@ -28,7 +28,7 @@ function makeLibrary(mcp = { enabled: true, allowWriting: true }) {
   const files = {
     [meeting]: `---\nid: ${noteId}\ntitle: "Budget meeting"\ncreated: 2026-03-02T09:00:00Z\nmodified: 2026-03-02T10:30:00Z
 tags: ["work"]\npinned: false\narchived: false\n---\nWe agreed on the budget for the spring release. #work/decisions\n`,
-    'Recipes/Crème brûlée.md': '# Crème brûlée\nBake in a water bath. #dessert\n',
+    [recipe]: '# Crème brûlée\nBake in a water bath. #dessert\n',
     'Welcome.md': 'Start here.\n',
   };
   for (const [name, bytes] of Object.entries(attachments)) files[`Vorlo Data/Attachments/${noteId}/${name}`] = bytes;
@@ -53,7 +53,7 @@ function startClient(preferences) {
 
 describe('a session through the official MCP TypeScript SDK', () => {
   const library = makeLibrary(), session = startClient(library.preferences);
-  let revision;
+  const file = (path) => readFileSync(join(library.library, path), 'utf8');
   const call = async (name, args) => {
     const result = await session.client.callTool({ name, arguments: args });
     if (!result.isError) assert.deepEqual(JSON.parse(result.content[0].text), result.structuredContent);
@@ -72,52 +72,46 @@ describe('a session through the official MCP TypeScript SDK', () => {
                       ['read_attachment', 'object', true], ['create_note', 'object', false], ['update_note', 'object', false]]);
   });
 
-  it('lists, filters, searches with case and accents folded, and reads a note', async () => {
-    const all = (await call('list_notes', {})).structuredContent.notes;
-    assert.deepEqual(all.map((note) => note.path).sort(), ['Recipes/Crème brûlée.md', 'Welcome.md', meeting]);
-    const work = (await call('list_notes', { folder: 'work' })).structuredContent.notes;
-    assert.deepEqual(work.map((note) => note.title), ['Budget meeting']);
-    const found = (await call('search_notes', { query: 'CREME BRULEE' })).structuredContent;
-    assert.deepEqual([found.total_matches, found.notes[0].path], [1, 'Recipes/Crème brûlée.md']);
-    assert.match(found.notes[0].snippet, /water bath/);
-    const note = (await call('read_note', { path: meeting })).structuredContent;
-    assert.equal(note.title, 'Budget meeting');
-    assert.match(note.content, /budget for the spring release/);
-    assert.match(note.revision, /^[0-9a-f]{64}$/);
-    assert.deepEqual(note.attachments.map((attachment) => attachment.name).sort(), Object.keys(attachments).sort());
-    revision = note.revision;
-  });
-
-  it('returns attachments as image, text and embedded resource content', async () => {
-    const read = async (name) => (await call('read_attachment', { path: meeting, attachment_name: name })).content[1];
-    const image = await read('whiteboard.png');
-    assert.deepEqual([image.type, image.mimeType, Buffer.from(image.data, 'base64')],
-                     ['image', 'image/png', attachments['whiteboard.png']]);
-    assert.deepEqual(await read('agenda.txt'), { type: 'text', text: attachments['agenda.txt'].toString() });
-    const { type, resource } = await read('Quarterly report.pdf');
-    assert.deepEqual([type, resource.uri, resource.mimeType, Buffer.from(resource.blob, 'base64')],
-                     ['resource', `vorlo://attachment/${noteId}/Quarterly report.pdf`, 'application/pdf',
-                      attachments['Quarterly report.pdf']]);
+  // Each read-only call, what to take from its structured content (or whole reply) and what that must be.
+  it('lists, filters, searches with case and accents folded, and reads notes and attachments', async () => {
+    const paths = ({ notes }) => notes.map((note) => note.path).sort();
+    const attachment = (name) => ['read_attachment', { path: meeting, attachment_name: name }, (_, result) => result.content[1]];
+    const base64 = (name) => attachments[name].toString('base64');
+    const calls = [
+      ['list_notes', {}, paths, [recipe, 'Welcome.md', meeting]],
+      ['list_notes', { folder: 'work' }, paths, [meeting]],
+      ['search_notes', { query: 'CREME BRULEE' }, ({ total_matches, notes }) =>
+        [total_matches, notes[0].path, /water bath/.test(notes[0].snippet)], [1, recipe, true]],
+      ['read_note', { path: meeting }, (note) => [note.title, /budget for the spring release/.test(note.content),
+        /^[0-9a-f]{64}$/.test(note.revision), note.attachments.map((attachment) => attachment.name).sort()],
+       ['Budget meeting', true, true, Object.keys(attachments).sort()]],
+      [...attachment('whiteboard.png'), { type: 'image', mimeType: 'image/png', data: base64('whiteboard.png') }],
+      [...attachment('agenda.txt'), { type: 'text', text: attachments['agenda.txt'].toString() }],
+      [...attachment('Quarterly report.pdf'), { type: 'resource', resource: {
+        uri: `vorlo://attachment/${noteId}/Quarterly report.pdf`, mimeType: 'application/pdf', blob: base64('Quarterly report.pdf') } }],
+    ];
+    for (const [name, args, pick, expected] of calls) {
+      const result = await call(name, args);
+      assert.deepEqual(pick(result.structuredContent, result), expected, `${name} ${JSON.stringify(args)}`);
+    }
   });
 
   it('creates a note, updates one at the revision it read, and refuses the stale revision', async () => {
+    const { revision } = (await call('read_note', { path: meeting })).structuredContent;
     const created = (await call('create_note', {
       title: 'Packing list', folder: 'Travel', content: '- passport\n- adapter #travel', tags: ['lists'],
     })).structuredContent;
     assert.deepEqual([created.created, created.note.path, created.note.tags], [true, 'Travel/Packing list.md', ['lists', 'travel']]);
-    assert.match(readFileSync(join(library.library, created.note.path), 'utf8'), /- passport\n- adapter #travel$/);
+    assert.match(file(created.note.path), /- passport\n- adapter #travel$/);
 
-    const file = join(library.library, meeting);
     const update = (content) => call('update_note', { path: meeting, expected_revision: revision, content, pinned: true });
     const updated = (await update('Budget approved.')).structuredContent;
-    assert.equal(updated.updated, true);
-    assert.notEqual(updated.note.revision, revision);
-    const afterUpdate = readFileSync(file, 'utf8');
+    assert.deepEqual([updated.updated, updated.note.revision === revision], [true, false]);
+    const afterUpdate = file(meeting);
     assert.match(afterUpdate, /\npinned: true\n[^]*\n---\nBudget approved\.$/);
     const stale = await update('An older draft.');
-    assert.equal(stale.isError, true);
+    assert.deepEqual([stale.isError, file(meeting)], [true, afterUpdate]);
     assert.match(stale.content[0].text, /changed after it was read/);
-    assert.equal(readFileSync(file, 'utf8'), afterUpdate);
   });
 
   it('raises an MCP error for an unknown tool, and kept the transport clean', async () => {
