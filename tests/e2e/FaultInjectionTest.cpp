@@ -62,10 +62,17 @@ std::optional<std::string> expectationFor(const Step& step, const sys::Fault& fa
 enum Operation { Update, UpdatePastADeadWriter, Create };
 const char* const kOperations[] = {"update_note", "update_note past a dead writer's lock", "create_note"};
 
+// The trials test what each failure leads to, not what reaches the disk after a power cut, so their
+// libraries live in memory where there is such a file system: hundreds of trials that flush every
+// file then take seconds, not a minute, on a busy disk.
+const char* const kMemory = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::getenv("TMPDIR");
+
 void prepare(const TempLibrary& library, Operation operation) {
     library.write("Notes/Plan.md", "---\ntitle: \"Plan\"\n---\nThe original body.\n");
     if (operation == UpdatePastADeadWriter)
-        library.write(kOwner, ownerRecord(process::hostName(), 2147483647));
+        library.write(
+            kOwner, R"({"token":"0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D","processID":2147483647,"hostName":")" +
+                        process::hostName() + R"(","createdAt":"2024-05-01T12:00:00Z"})");
 }
 Json write(const TempLibrary& library, Operation operation, const std::string& content) {
     const Json reply =
@@ -90,7 +97,7 @@ std::map<std::string, std::string> notesOf(const TempLibrary& library) {
 }
 
 std::vector<Step> traceOf(Operation operation, const std::vector<sys::Fault>& faults) {
-    TempLibrary library;
+    const TempLibrary library(kMemory);
     prepare(library, operation);
     const sys::FaultInjection tracing(faults);
     succeeded(write(library, operation, kNewBody));
@@ -107,11 +114,9 @@ std::vector<Step> traceOf(Operation operation, const std::vector<sys::Fault>& fa
     return steps;
 }
 
-std::size_t gFaultsInjected = 0, gTrials = 0;
-
 // Runs `operation` with `faults` and checks what the last of them must lead to, that nothing is
-// lost or left behind, and that the next write goes through.
-void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const Step& step) {
+// lost or left behind, and that the next write goes through. Returns how many faults were injected.
+std::size_t runTrial(Operation operation, const std::vector<sys::Fault>& faults, const Step& step) {
     const sys::Fault& fault = faults.back();
     const auto expected = expectationFor(step, fault);
     const std::string error = std::strerror(fault.errorNumber);
@@ -119,7 +124,7 @@ void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const 
                  sys::callName(step.call.call) + " " + step.call.path + ": " +
                  (fault.shortWrite ? "short write" : error) + ", expecting " +
                  (expected ? "success with \"" + *expected + "\"" : "a failure"));
-    TempLibrary library;
+    const TempLibrary library(kMemory);
     prepare(library, operation);
     const std::string notePath = operation == Create ? "Notes/New/Deep/Plan.md" : "Notes/Plan.md";
     auto before = notesOf(library);
@@ -127,7 +132,6 @@ void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const 
     const sys::FaultInjection injection(faults); // the write's own faults; none are planned after it
     const Json result = write(library, operation, kNewBody);
     EXPECT_EQ(injection.faultsInjected(), faults.size()) << "a planned fault was never reached";
-    gFaultsInjected += injection.faultsInjected(), ++gTrials;
 
     const bool failed = result.value("isError", false);
     EXPECT_EQ(failed, !expected) << result;
@@ -167,12 +171,14 @@ void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const 
                 parseIso8601(marker.value("createdAt", "")) && marker["token"] != oldToken &&
                 modeOf(library.path(kMarker)) == 0600)
         << marker;
+    return injection.faultsInjected();
 }
 
 // Fails every call from number `from` on in turn: each with every error (a missing exclusive
 // rename only where one is made), and a write also short; all on top of the faults `before`.
 void failEachCall(Operation operation, const std::vector<Step>& steps, std::uint64_t from,
                   const std::vector<sys::Fault>& before = {}) {
+    std::size_t injected = 0, trials = 0;
     for (std::uint64_t number = from; number <= steps.size() && !::testing::Test::HasFatalFailure();
          ++number) {
         const Call call = steps[number - 1].call.call;
@@ -182,27 +188,14 @@ void failEachCall(Operation operation, const std::vector<Step>& steps, std::uint
                 continue;
             std::vector<sys::Fault> faults = before;
             faults.push_back({number, error, error == 0});
-            runTrial(operation, faults, steps[number - 1]);
+            injected += runTrial(operation, faults, steps[number - 1]), ++trials;
         }
     }
+    std::printf("[ fault injection ] %s: %zu faults injected in %zu trials\n", kOperations[operation],
+                injected, trials);
 }
 
-// The trials test what each failure leads to, not what reaches the disk after a power cut, so
-// their libraries live in memory where there is such a file system: hundreds of trials that flush
-// every file then take seconds, not a minute, on a busy disk.
-class FaultInjection : public ::testing::Test {
-    void SetUp() override {
-        if (::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
-    }
-    void TearDown() override {
-        previous_.empty() ? ::unsetenv("TMPDIR") : ::setenv("TMPDIR", previous_.c_str(), 1);
-        std::printf("[ fault injection ] %zu faults injected in %zu trials\n", gFaultsInjected, gTrials);
-        gFaultsInjected = gTrials = 0;
-    }
-    const std::string previous_ = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "";
-};
-
-TEST_F(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
+TEST(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
     for (const Operation operation : {Update, UpdatePastADeadWriter, Create}) {
         SCOPED_TRACE(kOperations[operation]);
         const auto steps = traceOf(operation, {});
@@ -229,7 +222,7 @@ TEST_F(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
 
 // A file system without an exclusive rename: the new note arrives by a hard link, and the temporary
 // name is removed afterwards. Every call on that road is failed in turn as well.
-TEST_F(FaultInjection, EveryFailedCallOfTheHardLinkFallbackIsHandledAlike) {
+TEST(FaultInjection, EveryFailedCallOfTheHardLinkFallbackIsHandledAlike) {
     const auto steps = traceOf(Create, {});
     const auto exclusive =
         std::ranges::find_if(steps, [](const Step& s) { return s.call.call == Call::RenameNoReplace; });

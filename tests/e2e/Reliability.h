@@ -76,12 +76,4 @@ inline int sizeFromEnvironment(const char* name, int usual, int longer) {
     return longTests != nullptr && std::string_view(longTests) == "1" ? longer : usual;
 }
 
-// The record a writer on `host` leaves in the lock it holds.
-inline std::string ownerRecord(const std::string& host, int processId,
-                               std::string_view createdAt = "2024-05-01T12:00:00Z") {
-    const std::string token = "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D";
-    return Json{{"token", token}, {"processID", processId}, {"hostName", host}, {"createdAt", createdAt}}
-        .dump(2);
-}
-
 } // namespace vorlo::testing

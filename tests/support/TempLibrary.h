@@ -29,9 +29,9 @@ inline void writeFile(const std::string& path, std::string_view bytes) {
 
 class TempLibrary {
   public:
-    // Makes <tmp>/vorlo-test-XXXXXX/Library and Preferences.json with access and writing on.
-    TempLibrary() {
-        const char* base = std::getenv("TMPDIR");
+    // Makes <base>/vorlo-test-XXXXXX/Library and Preferences.json with access and writing on; the base
+    // is $TMPDIR unless given, and /tmp when that is empty.
+    explicit TempLibrary(const char* base = std::getenv("TMPDIR")) {
         root_ = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/vorlo-test-XXXXXX";
         if (::mkdtemp(root_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
         library_ = root_ + "/Library";
