@@ -61,14 +61,12 @@ TEST(WritePreferences, WritesAFileTheServerStartsWithAndReplacesNoForeignOne) {
                       foreign = R"({"libraryPath": "/elsewhere", "mcp": {"enabled": true}})";
     library.link("Linked", library.library());
     // The arguments, the file there before (none when empty), and whether it is written.
+    // clang-format off
     const std::tuple<std::string, std::string, bool> rows[] = {
-        {quoted(library.write("note.md", "x")), "", false},
-        {quoted(library.root() + "/missing"), "", false},
-        {quoted(library.path("Linked")), "", false},
-        {folder + " --allow-writing", "", true},
-        {folder, "", true},
-        {folder, foreign, false},
-        {folder + " --force --allow-writing", foreign, true}};
+        {quoted(library.write("note.md", "x")), "", false}, {quoted(library.root() + "/missing"), "", false},
+        {quoted(library.path("Linked")), "", false}, {folder + " --allow-writing", "", true}, {folder, "", true},
+        {folder, foreign, false}, {folder + " --force --allow-writing", foreign, true}};
+    // clang-format on
     for (const auto& [arguments, before, written] : rows) {
         SCOPED_TRACE(arguments + " over " + before);
         if (!before.empty()) writeFile(output, before);
