@@ -37,15 +37,14 @@ std::pair<std::string, std::string> randomLine(std::mt19937& random) {
                         Json::array({random()}), std::numeric_limits<std::uint64_t>::max(), random()};
     // clang-format on
     const std::string id = ids[pick(std::size(ids))].dump(), head = R"({"jsonrpc":"2.0","id":)" + id + ",";
-    switch (pick(12)) {
-    case 0:
-        return {"", ""};
-    case 1:
-        return {R"({"jsonrpc":"2.0","method":"notifications/initialized"})", ""};
-    case 2:
-        return {head + R"("method":"resources/list"})", id + " error -32601"};
-    case 3:
-        return {head + R"("method":"tools/call","params":{"name":"no_such_tool"}})", id + " error -32602"};
+    // clang-format off
+    const std::pair<std::string, std::string> plain[] = {{"", ""}, {R"({"jsonrpc":"2.0","method":"notifications/initialized"})", ""},
+        {head + R"("method":"resources/list"})", id + " error -32601"},
+        {head + R"("method":"tools/call","params":{"name":"no_such_tool"}})", id + " error -32602"}};
+    // clang-format on
+    const std::size_t kind = pick(12);
+    if (kind < std::size(plain)) return plain[kind];
+    switch (kind) {
     case 4: { // random bytes but a line feed
         std::string bytes(1 + pick(64), '{');
         for (char& c : bytes)
