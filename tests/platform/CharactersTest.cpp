@@ -1,11 +1,37 @@
+// Text at the level of bytes, code points and characters: strict UTF-8, extended grapheme
+// clusters, and the Unicode classes that trimming and the hand-written matchers use.
 #include "platform/Characters.h"
+#include "platform/CharacterSets.h"
+#include "platform/RegexReference.h"
+#include "platform/Utf8.h"
 
 #include <gtest/gtest.h>
 
 #include <tuple>
+#include <vector>
 
 namespace vorlo::text {
 namespace {
+
+// Invalid: overlong forms, surrogates, beyond U+10FFFF, bytes that never lead, truncated and broken
+// sequences, also after a run of ASCII long enough to be skipped a word at a time. Every valid code
+// point is in the character classes' test.
+TEST(Utf8, ValidatesStrictlyAndDecodesEveryWidth) {
+    const std::string ascii(37, 'a');
+    // clang-format off
+    const std::pair<std::string, bool> cases[] = {
+        {"", true}, {std::string("a\0b", 3), true}, {"\xC0\xAF", false}, {"\xC1\xBF", false},
+        {"\xE0\x9F\xBF", false}, {"\xF0\x8F\xBF\xBF", false}, {"\xED\xA0\x80", false},
+        {"\xED\xBF\xBF", false}, {"\xF4\x90\x80\x80", false}, {"\xF5\x80\x80\x80", false}, {"\xFF", false},
+        {"\x80", false}, {"\xC3", false}, {"\xE2\x82", false}, {"\xE2\x28\xA1", false},
+        {ascii + "\xC3", false}, {ascii + "\xC3\xA9" + ascii, true}};
+    // clang-format on
+    for (const auto& [bytes, valid] : cases)
+        EXPECT_EQ(isValidUtf8(bytes), valid) << ::testing::PrintToString(bytes);
+
+    EXPECT_TRUE(isAscii("abc\r\n"));
+    EXPECT_FALSE(isAscii(std::string(20, 'a') + "\xC3\xA9"));
+}
 
 // A CR LF pair, a flag, a family of joined emoji, a keycap, Hangul jamo and a letter with its marks
 // are one character each; a mark cannot attach to CR LF.
@@ -29,6 +55,56 @@ TEST(Characters, CountsAndCutsWholeExtendedGraphemeClusters) {
     }
     for (const auto& [text, count, prefix] : cuts)
         EXPECT_EQ(firstCharacters(text, count), prefix) << text;
+}
+
+std::string utf8(char32_t c) {
+    if (c < 0x80) return std::string(1, static_cast<char>(c));
+    const int length = c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    std::string out(length, '\0');
+    for (int i = length - 1; i > 0; --i, c >>= 6)
+        out[i] = static_cast<char>(0x80 | (c & 0x3F));
+    out[0] = static_cast<char>((0xF00 >> length) | c); // C0, E0 or F0 before the remaining bits
+    return out;
+}
+
+// Each text, trimmed of whitespace and newlines, then of horizontal whitespace (tab and Zs) only. A
+// zero-width space is a format character, not whitespace.
+TEST(CharacterSets, TrimsUnicodeWhitespace) {
+    // clang-format off
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {" \t a b \n", "a b", "a b \n"}, {"\u0085x\u0085", "x", "\u0085x\u0085"}, {"\u3000x\u3000", "x", "x"},
+        {"\u00A0\u2028x\u2029", "x", "\u2028x\u2029"}, {"\u200Bx", "\u200Bx", "\u200Bx"},
+        {"\u3000\u3000", "", ""}, {"", "", ""}};
+    // clang-format on
+    for (const auto& [text, both, horizontal] : cases)
+        EXPECT_EQ(std::string(trimWhitespaceAndNewlines(text)) + "|" +
+                      std::string(trimHorizontalWhitespace(text)),
+                  both + "|" + horizontal);
+}
+
+// The regular expressions are ICU's, so ICU decides what \s, \w, \p{L} and \p{N} hold; ICU also
+// checks the encoding here, by which every code point is valid UTF-8 and decodes to itself.
+TEST(CharacterSets, EveryCodePointDecodesAndClassesAgreeWithTheRegularExpressionEngine) {
+    std::string everyCodePoint;
+    for (char32_t c = 1; c <= 0x10FFFF; ++c)
+        if (c < 0xD800 || c > 0xDFFF) everyCodePoint += utf8(c);
+    EXPECT_TRUE(isValidUtf8(everyCodePoint));
+    std::size_t offset = 0, wrong = 0;
+    for (char32_t c = 1; c <= 0x10FFFF; ++c)
+        if (c < 0xD800 || c > 0xDFFF) wrong += nextCodePoint(everyCodePoint, offset) != c;
+    EXPECT_EQ(wrong, 0u);
+    const std::pair<const char*, bool (*)(char32_t)> classes[] = {
+        {"(\\s)", isRegexWhitespace},
+        {"(\\w)", isRegexWordCharacter},
+        {"(\\p{L})", isLetter},
+        {"(\\p{N})", isNumber},
+        {"([\\p{Z}\\t-\\r\\x{85}])", isWhitespaceOrNewline}};
+    for (const auto& [pattern, predicate] : classes) {
+        std::vector<std::string> expected;
+        for (char32_t c = 1; c <= 0x10FFFF; ++c)
+            if ((c < 0xD800 || c > 0xDFFF) && predicate(c)) expected.push_back(utf8(c));
+        EXPECT_EQ(RegexReference(pattern).allGroupOneMatches(everyCodePoint), expected) << pattern;
+    }
 }
 
 } // namespace
