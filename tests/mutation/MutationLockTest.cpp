@@ -1,13 +1,12 @@
 #include "mutation/MutationLock.h"
 
 #include "mutation/MutationMarker.h"
-#include "platform/Errors.h"
 #include "platform/Process.h"
 #include "platform/SystemCalls.h"
 #include "support/TempLibrary.h"
 #include "tools/Limits.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <filesystem>
 
@@ -106,24 +105,6 @@ TEST(MutationLock, AcquireWritesThisProcessRecordAndReleaseLeavesNothingButAnoth
     lock.release();
     EXPECT_FALSE(lock.acquired());
     EXPECT_EQ(testing::readFile(ownerPath), expected.encode());
-}
-
-TEST(MutationLock, PrivateFoldersThatCannotBeMadeOrAreLinksAreAnErrorWithoutAbsolutePath) {
-    for (const char* blocker : {"file Vorlo Data", "link Vorlo Data", "link Vorlo Data/Locks"}) {
-        SCOPED_TRACE(blocker);
-        TempLibrary library;
-        library.makeFolder("../outside");
-        const std::string_view name = std::string_view(blocker).substr(5);
-        if (name != "Vorlo Data") library.makeFolder("Vorlo Data");
-        blocker[0] == 'f' ? void(library.write(name, "a file"))
-                          : library.link(name, library.root() + "/outside");
-        MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
-        EXPECT_THAT([&] { lock.acquire(); },
-                    ::testing::ThrowsMessage<PlatformError>(::testing::StrEq(
-                        "The folder \u201CVorlo Data/Locks\u201D could not be created: Not a directory.")));
-        EXPECT_FALSE(lock.acquired());
-        EXPECT_TRUE(stdfs::is_empty(library.root() + "/outside"));
-    }
 }
 
 // A waiter that judged the lock in the instant between its creation and its record may move it aside
