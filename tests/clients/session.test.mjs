@@ -72,46 +72,38 @@ describe('a session through the official MCP TypeScript SDK', () => {
                       ['read_attachment', 'object', true], ['create_note', 'object', false], ['update_note', 'object', false]]);
   });
 
-  // Each read-only call, what to take from its structured content (or whole reply) and what that must be.
-  it('lists, filters, searches with case and accents folded, and reads notes and attachments', async () => {
+  // Each call in turn, what to take from its structured content (or whole reply) and what that must
+  // be: the reads, then a create, an update at the revision read, and that update again, now stale.
+  it('lists, filters, searches with case and accents folded, reads, creates, updates and refuses the stale revision', async () => {
     const paths = ({ notes }) => notes.map((note) => note.path).sort();
     const attachment = (name) => ['read_attachment', { path: meeting, attachment_name: name }, (_, result) => result.content[1]];
     const base64 = (name) => attachments[name].toString('base64');
+    let revision, updated;
+    const update = (content) => () => ({ path: meeting, expected_revision: revision, content, pinned: true });
     const calls = [
       ['list_notes', {}, paths, [recipe, 'Welcome.md', meeting]],
       ['list_notes', { folder: 'work' }, paths, [meeting]],
       ['search_notes', { query: 'CREME BRULEE' }, ({ total_matches, notes }) =>
         [total_matches, notes[0].path, /water bath/.test(notes[0].snippet)], [1, recipe, true]],
       ['read_note', { path: meeting }, (note) => [note.title, /budget for the spring release/.test(note.content),
-        /^[0-9a-f]{64}$/.test(note.revision), note.attachments.map((attachment) => attachment.name).sort()],
+        /^[0-9a-f]{64}$/.test(revision = note.revision), note.attachments.map((attachment) => attachment.name).sort()],
        ['Budget meeting', true, true, Object.keys(attachments).sort()]],
       [...attachment('whiteboard.png'), { type: 'image', mimeType: 'image/png', data: base64('whiteboard.png') }],
       [...attachment('agenda.txt'), { type: 'text', text: attachments['agenda.txt'].toString() }],
       [...attachment('Quarterly report.pdf'), { type: 'resource', resource: {
         uri: `vorlo://attachment/${noteId}/Quarterly report.pdf`, mimeType: 'application/pdf', blob: base64('Quarterly report.pdf') } }],
+      ['create_note', { title: 'Packing list', folder: 'Travel', content: '- passport\n- adapter #travel', tags: ['lists'] },
+       ({ created, note }) => [created, note.path, note.tags, /- passport\n- adapter #travel$/.test(file(note.path))],
+       [true, 'Travel/Packing list.md', ['lists', 'travel'], true]],
+      ['update_note', update('Budget approved.'), ({ note }, result) => [result.structuredContent.updated, note.revision === revision,
+        /\npinned: true\n[^]*\n---\nBudget approved\.$/.test(updated = file(meeting))], [true, false, true]],
+      ['update_note', update('An older draft.'), (_, result) => [result.isError, file(meeting) === updated,
+        /changed after it was read/.test(result.content[0].text)], [true, true, true]],
     ];
     for (const [name, args, pick, expected] of calls) {
-      const result = await call(name, args);
-      assert.deepEqual(pick(result.structuredContent, result), expected, `${name} ${JSON.stringify(args)}`);
+      const result = await call(name, typeof args === 'function' ? args() : args);
+      assert.deepEqual(pick(result.structuredContent ?? {}, result), expected, `${name} ${JSON.stringify(args)}`);
     }
-  });
-
-  it('creates a note, updates one at the revision it read, and refuses the stale revision', async () => {
-    const { revision } = (await call('read_note', { path: meeting })).structuredContent;
-    const created = (await call('create_note', {
-      title: 'Packing list', folder: 'Travel', content: '- passport\n- adapter #travel', tags: ['lists'],
-    })).structuredContent;
-    assert.deepEqual([created.created, created.note.path, created.note.tags], [true, 'Travel/Packing list.md', ['lists', 'travel']]);
-    assert.match(file(created.note.path), /- passport\n- adapter #travel$/);
-
-    const update = (content) => call('update_note', { path: meeting, expected_revision: revision, content, pinned: true });
-    const updated = (await update('Budget approved.')).structuredContent;
-    assert.deepEqual([updated.updated, updated.note.revision === revision], [true, false]);
-    const afterUpdate = file(meeting);
-    assert.match(afterUpdate, /\npinned: true\n[^]*\n---\nBudget approved\.$/);
-    const stale = await update('An older draft.');
-    assert.deepEqual([stale.isError, file(meeting)], [true, afterUpdate]);
-    assert.match(stale.content[0].text, /changed after it was read/);
   });
 
   it('raises an MCP error for an unknown tool, and kept the transport clean', async () => {
