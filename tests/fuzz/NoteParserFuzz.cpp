@@ -24,10 +24,8 @@ int fuzzNoteParser(const std::uint8_t* data, std::size_t size) {
     VORLO_FUZZ_CHECK(relativePath.starts_with(note.relativeFolder));
     VORLO_FUZZ_CHECK(text::isValidUtf8(note.title) && text::isValidUtf8(note.content));
     // An id is a canonical UUID: upper-case hexadecimal digits in groups of 8-4-4-4-12.
-    const std::string id = note.id.value_or("00000000-0000-0000-0000-000000000000");
-    VORLO_FUZZ_CHECK(id.size() == 36 && id.find_first_not_of("0123456789ABCDEF-") == std::string::npos &&
-                     std::count(id.begin(), id.end(), '-') == 4 && id[8] == '-' && id[13] == '-' &&
-                     id[18] == '-' && id[23] == '-');
+    static text::RegexReference uuid(R"(\A([0-9A-F]{8}(?:-[0-9A-F]{4}){3}-[0-9A-F]{12})\z)");
+    VORLO_FUZZ_CHECK(!note.id || uuid.allGroupOneMatches(*note.id) == std::vector{*note.id});
     if (note.content.size() == normalised.size()) {
         // No front matter: every header field at its default.
         VORLO_FUZZ_CHECK(!note.id && !note.created && !note.modified && !note.pinned && !note.archived);

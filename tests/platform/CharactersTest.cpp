@@ -13,22 +13,11 @@
 namespace vorlo::text {
 namespace {
 
-// Invalid: overlong forms, surrogates, beyond U+10FFFF, bytes that never lead, truncated and broken
-// sequences, also after a run of ASCII long enough to be skipped a word at a time. Every valid code
-// point is in the character classes' test.
-TEST(Utf8, ValidatesStrictlyAndDecodesEveryWidth) {
-    const std::string ascii(37, 'a');
-    // clang-format off
-    const std::pair<std::string, bool> cases[] = {
-        {"", true}, {std::string("a\0b", 3), true}, {"\xC0\xAF", false}, {"\xC1\xBF", false},
-        {"\xE0\x9F\xBF", false}, {"\xF0\x8F\xBF\xBF", false}, {"\xED\xA0\x80", false},
-        {"\xED\xBF\xBF", false}, {"\xF4\x90\x80\x80", false}, {"\xF5\x80\x80\x80", false}, {"\xFF", false},
-        {"\x80", false}, {"\xC3", false}, {"\xE2\x82", false}, {"\xE2\x28\xA1", false},
-        {ascii + "\xC3", false}, {ascii + "\xC3\xA9" + ascii, true}};
-    // clang-format on
-    for (const auto& [bytes, valid] : cases)
-        EXPECT_EQ(isValidUtf8(bytes), valid) << ::testing::PrintToString(bytes);
-
+// Strictness (overlong forms, surrogates, beyond U+10FFFF, stray and truncated sequences, also past a
+// run of ASCII skipped a word at a time) is held against the JSON parser's by the json_string fuzz
+// target's utf8_* inputs; every valid code point is in the character classes' test.
+TEST(Utf8, NulIsValidAndAsciiIsSevenBitsOnly) {
+    EXPECT_TRUE(isValidUtf8(std::string("a\0b", 3)));
     EXPECT_TRUE(isAscii("abc\r\n"));
     EXPECT_FALSE(isAscii(std::string(20, 'a') + "\xC3\xA9"));
 }

@@ -67,7 +67,8 @@ TEST(Validators, NumbersStringsTitlesContentAndBooleans) {
     EXPECT_EQ(noteContent(&largest, "").size(), kMaximumNoteBytes);
 }
 
-// Only "#" is stripped after the trim, so blanks inside the "#" signs stay.
+// Only "#" is stripped after the trim, so blanks inside the "#" signs stay. Every form a tag may not
+// take (no text, a backslash, an empty, "." or ".." component) is the paths fuzz target's.
 TEST(Validators, TagsLoseTheirHashesGoOnceByFoldingAndSortByCollation) {
     const std::string many = "tags must be an array containing no more than 256 items.",
                       invalid = "A tag is invalid or too long.", longest(kMaximumTagCharacters, 't');
@@ -84,20 +85,16 @@ TEST(Validators, TagsLoseTheirHashesGoOnceByFoldingAndSortByCollation) {
         {Json::array({longest}), Json::array({longest}).dump()}, {Json::array({longest + "t"}), invalid},
         {Json::array({std::string("a\0b", 3)}), invalid}};
     // clang-format on
-    for (const char* bad : {"###", "a\\b", "/a", "a/", "a//b", "a/./b", "a/../b", ".", "..", "   "})
-        cases.push_back({Json::array({bad}), invalid});
     sameTag.push_back("tag");
     cases.push_back({sameTag, many});
     expectOutcomes([](const Json* v) { return Json(noteTags(v)); }, cases);
 }
 
+// Paths that could leave the library are the paths fuzz target's; what it cannot tell is that these
+// stay admitted.
 TEST(Validators, NotePathsAreSafeRelativeMarkdownPaths) {
     for (const char* safe : {"a.md", "Projects/Travel/a.md", ".notes/a.md", "a\\b.md", "..x/a.md", "a/~b.md"})
         EXPECT_TRUE(isSafeRelativePath(safe)) << safe;
-    for (const std::string unsafe : {"", "/a.md", "~/a.md", "~a.md", "a//b.md", "a/", "./a.md", "a/./b.md",
-                                     "../a.md", "a/../b.md", ".."})
-        EXPECT_FALSE(isSafeRelativePath(unsafe)) << unsafe;
-    EXPECT_FALSE(isSafeRelativePath(std::string("a\0.md", 5)));
     const std::string outside = "path must identify a Markdown note inside the Vorlo library.";
     // clang-format off
     expectOutcomes([](const Json* v) { return Json(notePathArgument(*v)); }, {
