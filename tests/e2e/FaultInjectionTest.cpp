@@ -191,14 +191,28 @@ void failEachCall(Operation operation, const std::vector<Step>& steps, std::uint
             injected += runTrial(operation, faults, steps[number - 1]), ++trials;
         }
     }
-    std::printf("[ fault injection ] %s: %zu faults injected in %zu trials\n", kOperations[operation],
-                injected, trials);
+    std::printf("[ fault injection ] %s%s: %zu faults injected in %zu trials\n", kOperations[operation],
+                before.empty() ? "" : " by a hard link", injected, trials);
 }
 
+// The last of the writes is a create on a file system without an exclusive rename: the new note
+// arrives by a hard link, and the temporary name is removed afterwards; every call on that road is
+// failed in turn as well.
 TEST(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
-    for (const Operation operation : {Update, UpdatePastADeadWriter, Create}) {
-        SCOPED_TRACE(kOperations[operation]);
-        const auto steps = traceOf(operation, {});
+    for (const auto& [operation, byHardLink] :
+         {std::pair(Update, false), {UpdatePastADeadWriter, false}, {Create, false}, {Create, true}}) {
+        SCOPED_TRACE(kOperations[operation] + std::string(byHardLink ? " by a hard link" : ""));
+        auto steps = traceOf(operation, {});
+        std::uint64_t from = 1;
+        std::vector<sys::Fault> before;
+        if (byHardLink) {
+            from += std::ranges::find_if(steps,
+                                         [](const Step& s) { return s.call.call == Call::RenameNoReplace; }) -
+                    steps.begin();
+            before = {{from, EINVAL}};
+            steps = traceOf(Create, before);
+            ASSERT_EQ(steps.at(from++).call.call, Call::Link);
+        }
         // Every kind of outcome is on the way, and the dead writer's lock is moved aside: the trials
         // cover every path of the write. One durable write a change: the note's file and then its
         // folder reach the disk, and nothing of the lock or the marker waits for it.
@@ -216,20 +230,8 @@ TEST(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
         ASSERT_EQ(flushed.size(), 2u) << ::testing::PrintToString(flushed);
         EXPECT_TRUE(flushed[0].starts_with(folder + "/.Vorlo MCP ") && flushed[1] == folder)
             << flushed[0] << ", " << flushed[1];
-        failEachCall(operation, steps, 1);
+        failEachCall(operation, steps, from, before);
     }
-}
-
-// A file system without an exclusive rename: the new note arrives by a hard link, and the temporary
-// name is removed afterwards. Every call on that road is failed in turn as well.
-TEST(FaultInjection, EveryFailedCallOfTheHardLinkFallbackIsHandledAlike) {
-    const auto steps = traceOf(Create, {});
-    const auto exclusive =
-        std::ranges::find_if(steps, [](const Step& s) { return s.call.call == Call::RenameNoReplace; });
-    const std::uint64_t number = exclusive - steps.begin() + 1;
-    const auto fallback = traceOf(Create, {{number, EINVAL}});
-    ASSERT_EQ(fallback.at(number).call.call, Call::Link);
-    failEachCall(Create, fallback, number + 1, {{number, EINVAL}});
 }
 
 } // namespace
