@@ -25,11 +25,13 @@ inline std::vector<std::string> split(std::string_view text, char separator) {
 // A name is a stem and an extension, each in one of the spellings of its group ("|" between them),
 // which compare equal: in case, by full case folding (the Kelvin sign is k, "\u00df" is "ss"), by
 // canonical equivalence (the Ohm sign is omega; marks in either order). Stems 9 and 10 are not
-// UTF-8; 11 and 12 are what a lenient decoder would make of them and a look-alike of "/".
+// UTF-8; 11 and 12 are what a lenient decoder would make of them and a look-alike of "/"; then a
+// ligature, the dotted capital I and the dotless i, which matches neither i nor I.
 inline const std::vector<std::string> kStems =
     split("plan|Plan|PLAN;caf\u00e9|cafe\u0301|CAF\u00c9|CAFE\u0301;stra\u00dfe|STRASSE|Strasse;\u212a|k|K;"
           "\u2126|\u03c9|\u03a9;\u1e69|s\u0323\u0307|s\u0307\u0323|\u1e68;Vorlo Data|vorlo data|VORLO DATA;"
-          "~draft|~DRAFT;a|A;\xff;x\xc3|X\xc3;\xef\xbf\xbd;\xe2\x88\x95",
+          "~draft|~DRAFT;a|A;\xff;x\xc3|X\xc3;\xef\xbf\xbd;\xe2\x88\x95;\ufb01le|file|FILE;\u0130|i\u0307|"
+          "I\u0307;\u0131",
           ';');
 inline const std::vector<std::string> kExtensions = split(".md|.MD|.Md|.mD;;.txt|.TXT;.markdown", ';');
 
@@ -43,7 +45,6 @@ struct Name {
 struct Entry {
     std::vector<Name> names;
     std::string relativePath;
-    bool folder;
 };
 
 class GeneratedLibrary {
@@ -142,8 +143,11 @@ class GeneratedLibrary {
                     ::truncate(absolute.c_str(), static_cast<off_t>(kMaximumNoteBytes + (note ? 0 : 1))), 0);
             } else if (kind < 82) {
                 EXPECT_EQ(::mkfifo(absolute.c_str(), 0600), 0);
-            } else {
-                library_.link(path, kind < 98 ? linkTarget(kind < 90) : library_.path("nowhere"));
+            } else { // to the library itself, so looping back, to an entry made so far, or to nowhere
+                const bool toRoot = kind < 86 || entries_.empty();
+                library_.link(path, kind >= 98 ? library_.path("nowhere")
+                                    : toRoot   ? library_.library()
+                                               : library_.path(pick(entries_).relativePath));
             }
             const bool plainNames = std::none_of(names.begin(), names.end(), [](const Name& name) {
                 return name.hidden || name.stem == 9 || name.stem == 10;
@@ -151,24 +155,15 @@ class GeneratedLibrary {
             if (note && reachable && plainNames && names.back().extension == 0 &&
                 !path.starts_with("Vorlo Data/") && names.front().stem != 7)
                 notes_.insert(path);
-            entries_.push_back(Entry{std::move(names), path, false});
+            entries_.push_back(Entry{std::move(names), path});
         }
     }
 
     void folder(const std::vector<Name>& names, const std::string& path, int depth, bool reachable,
                 std::size_t width) {
         library_.makeFolder(path);
-        entries_.push_back(Entry{names, path, true});
+        entries_.push_back(Entry{names, path});
         fill(names, path, below(width), depth, reachable);
-    }
-
-    // An entry made so far, or the library itself: a link may loop back to its own folder.
-    std::string linkTarget(bool folder) {
-        std::vector<const Entry*> targets;
-        for (const Entry& entry : entries_)
-            if (entry.folder == folder) targets.push_back(&entry);
-        if (targets.empty()) return folder ? library_.library() : library_.path("nowhere.md");
-        return library_.path(pick(targets)->relativePath);
     }
 };
 

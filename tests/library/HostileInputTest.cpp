@@ -2,14 +2,11 @@
 // where a cost that grows faster than the input would take many seconds. This file checks their
 // outcome; the benchmark judges their time and memory.
 #include "support/Repeated.h"
-#include "platform/Characters.h"
-#include "platform/Folding.h"
 #include "support/TempLibrary.h"
 
 #include <gtest/gtest.h>
 
 #include <pthread.h>
-#include <random>
 #include <tuple>
 
 namespace vorlo::testing {
@@ -47,38 +44,6 @@ TEST(HostileInput, LongQueriesLongTitlesAndRepeatedTagsKeepTheirOutcome) {
         EXPECT_EQ(found["total_matches"] == 0 ? Json() : found["notes"][0][tags ? "tags" : "snippet"],
                   expected);
     }
-}
-
-// The windowed searches against their plain definitions, with needles as long as the windows or
-// longer, cut from the folded text around the places where the windows are cut.
-TEST(HostileInput, LongNeedlesAreFoundWhereFoldingTheWholeTextFindsThem) {
-    const std::string pieces[] = {"a",      "B",      "xyz ",   "\r\n",         "\u00E9",         "E\u0301",
-                                  "\u00DF", "\u4E2D", "\u200D", "\u1100\u1161", repeated("Ab ", 70)};
-    std::mt19937 random(15);
-    std::string text, folded; // `folded` one character at a time, as the snippet counts characters
-    while (text.size() < 300000)
-        text += pieces[random() % std::size(pieces)];
-    std::vector<std::size_t> starts; // of each character's folding
-    for (std::size_t at = 0, size = 0; at < text.size(); at += size) {
-        size = text::firstCharacters(std::string_view(text).substr(at), 1).size();
-        starts.push_back(folded.size());
-        folded += text::foldWithoutLocale(text.substr(at, size));
-    }
-    const std::string whole = text::fold(text);
-    for (const std::size_t length : {65535u, 65537u, 140000u})
-        for (const std::size_t at : {0u, 65000u, 131000u, 150000u}) {
-            const auto first = std::lower_bound(starts.begin(), starts.end(), at);
-            const auto last = std::lower_bound(first, starts.end(), *first + length);
-            const std::string needle =
-                folded.substr(*first, (last == starts.end() ? folded.size() : *last) - *first);
-            const auto match =
-                std::upper_bound(starts.begin(), starts.end(), folded.find(needle)) - starts.begin();
-            ASSERT_EQ(text::findFoldedCharacterOffset(text, needle), static_cast<std::size_t>(match - 1))
-                << at;
-            for (const std::string& query : {needle, needle + "\u4E2Dq"})
-                ASSERT_EQ(text::FoldedSearch(query).foundIn(text),
-                          whole.find(text::fold(query)) != std::string::npos);
-        }
 }
 
 // An old lock without a record, holding a chain of folders with a link to the library's parent at

@@ -78,55 +78,49 @@ stdfs::perms permissions(const std::string& path) {
     return stdfs::symlink_status(path).permissions() & stdfs::perms::mask;
 }
 
-TEST(MutationLock, AcquireWritesThisProcessRecordAndReleaseLeavesNothingButAnotherOwnersLock) {
+// Acquiring writes this process's record into private folders; releasing leaves nothing, and a
+// second release touches nothing, but it leaves a successor's lock alone. A waiter that judged the
+// lock in the instant between its creation and its record may move it aside and take the name. The
+// record then lands in the folder moved aside, and the lock is not held: the attempt counts as
+// failed, and the lock is taken properly once the other owner's is judged in turn.
+TEST(MutationLock, AcquireWritesItsRecordReleaseLeavesAnotherOwnersLockAndAMovedLockIsNotHeld) {
     TempLibrary library;
-    const std::string locks = library.path("Vorlo Data/Locks");
+    const std::string locks = library.path("Vorlo Data/Locks"), held = locks + "/Library Mutation.lock";
     MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
     EXPECT_FALSE(library.exists("Vorlo Data")); // making the object touches no file
     lock.acquire();
     EXPECT_TRUE(lock.acquired());
     for (const std::string& folder : {library.path("Vorlo Data"), locks, lock.lockPath()})
         EXPECT_EQ(permissions(folder), stdfs::perms::owner_all) << folder;
-    const std::string ownerPath = lock.lockPath() + "/Owner.json";
+    const std::string ownerPath = held + "/Owner.json";
     EXPECT_EQ(permissions(ownerPath), stdfs::perms::owner_read | stdfs::perms::owner_write);
     MCPMutationLockOwner expected = lock.owner();
     expected.processID = process::currentProcessId();
     expected.hostName = process::hostName();
     EXPECT_EQ(testing::readFile(ownerPath), expected.encode()); // and no host ID
-    for (int release = 0; release < 2; ++release) {             // a second release touches nothing
+    for (int release = 0; release < 2; ++release) {
         lock.release();
         EXPECT_FALSE(lock.acquired());
         EXPECT_TRUE(stdfs::is_empty(locks)) << "no lock and no Released folder remain";
     }
-    lock.acquire();
-    expected = lock.owner();
-    expected.token = Uuid::random();
-    testing::writeFile(ownerPath, expected.encode()); // a successor's
-    lock.release();
-    EXPECT_FALSE(lock.acquired());
-    EXPECT_EQ(testing::readFile(ownerPath), expected.encode());
-}
-
-// A waiter that judged the lock in the instant between its creation and its record may move it aside
-// and take the name. The record then lands in the folder moved aside, and the lock is not held: the
-// attempt counts as failed, and the lock is taken properly once the other owner's is judged in turn.
-TEST(MutationLock, ALockMovedAsideBeforeItsRecordArrivedIsNotHeld) {
-    TempLibrary library;
-    const std::string locks = library.path("Vorlo Data/Locks"), held = locks + "/Library Mutation.lock";
-    MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
-    lock.acquire(); // the private folders exist from here on, so every acquisition runs alike
-    lock.release();
-    std::uint64_t recordMove = 0;
+    std::uint64_t recordMove = 0; // the private folders exist from here on, so every acquisition runs alike
     {
         const sys::FaultInjection tracing;
         lock.acquire();
-        lock.release();
         const auto calls = tracing.calls();
         for (std::size_t i = 0; i < calls.size() && recordMove == 0; ++i)
             if (calls[i].call == sys::Call::Rename && calls[i].path.ends_with("/Owner.json"))
                 recordMove = i + 1;
     }
     ASSERT_NE(recordMove, 0u);
+    expected = lock.owner();
+    expected.token = Uuid::random();
+    testing::writeFile(ownerPath, expected.encode()); // a successor's
+    lock.release();
+    EXPECT_FALSE(lock.acquired());
+    EXPECT_EQ(testing::readFile(ownerPath), expected.encode());
+    stdfs::remove_all(held);
+
     // The other owner's process is gone, so its lock is judged abandoned at once.
     const MCPMutationLockOwner other{Uuid::random(), 2147483647, process::hostName(), std::nullopt,
                                      currentTime()};
@@ -137,7 +131,7 @@ TEST(MutationLock, ALockMovedAsideBeforeItsRecordArrivedIsNotHeld) {
                                          }}});
     lock.acquire();
     EXPECT_EQ(takeover.faultsInjected(), 1u);
-    const auto record = MCPMutationLockOwner::decode(testing::readFile(lock.lockPath() + "/Owner.json"));
+    const auto record = MCPMutationLockOwner::decode(testing::readFile(ownerPath));
     EXPECT_EQ(record.value_or(other).token, lock.owner().token)
         << "acquire returned while another owner's lock stood";
     lock.release();
