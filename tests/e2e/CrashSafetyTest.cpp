@@ -1,16 +1,14 @@
 // A server killed at a random moment while it writes: every note on disk is whole, the dead
 // server's lock does not hold up the next writer, and what the kill left behind is never a note.
 #include "e2e/Reliability.h"
+#include "support/Repeated.h"
 
 namespace vorlo::testing {
 namespace {
 
 // Megabytes, so that a kill falls inside the writing of the file as often as not.
 std::string largeBody(std::size_t bytes) {
-    std::string body;
-    for (int line = 0; body.size() < bytes; ++line)
-        body += "Line " + std::to_string(line) + " of a large note, long enough to take a while to write.\n";
-    return body;
+    return repeated("A line of a large note, long enough to take a while to write.\n", bytes / 62 + 1);
 }
 
 struct Figures {

@@ -14,29 +14,20 @@ struct Outcome {
     std::vector<std::string> created;
 };
 
-// A tool's result; a server that gave none fails the test with what it wrote to standard error.
-Json call(ServerProcess& server, std::string_view tool, const Json& arguments) {
-    const Json result = server.call(tool, arguments);
-    if (!result.contains("isError"))
-        ADD_FAILURE() << tool << " unanswered: " << (server.finish(), server.standardError());
-    return result;
-}
-
 // One client: read, append a line naming the revision read, update on that revision; a lost race (a
-// stale revision, a busy library) starts the cycle again. Now and then it creates a note of the
-// shared title. A writer that cannot get through fails; it does not hang.
+// stale revision, a busy library) starts the cycle again; a call left unanswered fails as neither. Now and
+// then it creates a note of the shared title. A writer that cannot get through fails; it does not hang.
 Outcome runWriter(const TempLibrary& library, int writer, int updates) {
     Outcome out;
     ServerProcess server(library.preferences());
     for (int tries = 0; out.updated < updates && tries < updates * 200 && !::testing::Test::HasFailure();
          ++tries) {
-        const Json note = succeeded(call(server, "read_note", {{"path", "Contended.md"}}));
+        const Json note = succeeded(server.call("read_note", {{"path", "Contended.md"}}));
         const std::string revision = note.value("revision", "");
         const std::string body = note.value("content", "") + "w" + std::to_string(writer) + " n" +
                                  std::to_string(out.updated) + " r" + revision.substr(0, 16) + "\n";
-        const Json result =
-            call(server, "update_note",
-                 {{"path", "Contended.md"}, {"expected_revision", revision}, {"content", body}});
+        const Json result = server.call(
+            "update_note", {{"path", "Contended.md"}, {"expected_revision", revision}, {"content", body}});
         if (result.value("isError", true)) {
             const std::string text = errorText(result);
             EXPECT_TRUE(text == kStale || text == kBusy) << text;
@@ -49,7 +40,7 @@ Outcome runWriter(const TempLibrary& library, int writer, int updates) {
              attempt < 100 && int(out.created.size()) * updates < out.updated * kCreatesPerWriter;
              ++attempt) {
             const Json made =
-                call(server, "create_note", {{"title", "Race"}, {"content", std::to_string(writer)}});
+                server.call("create_note", {{"title", "Race"}, {"content", std::to_string(writer)}});
             if (!made.value("isError", true))
                 out.created.push_back(made["structuredContent"]["note"]["path"]);
             else
@@ -74,7 +65,7 @@ TEST(Torture, EightWritersLoseNoUpdateAndReadersNeverSeeAPartialNote) {
     std::thread reader([&] {
         ServerProcess server(library.preferences());
         for (; writing && !::testing::Test::HasFailure(); std::this_thread::sleep_for(1ms)) {
-            const Json note = succeeded(call(server, "read_note", {{"path", "Contended.md"}}));
+            const Json note = succeeded(server.call("read_note", {{"path", "Contended.md"}}));
             served.emplace_back(note.value("revision", ""), sha256Hex(note.value("content", "")));
             fileDigests.push_back(sha256Hex(library.read("Contended.md")));
         }
