@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <pthread.h>
 #include <tuple>
 
@@ -53,19 +54,17 @@ TEST(HostileInput, AnAbandonedLockOfAnyDepthGoesWithoutFollowingItsLink) {
     library.link("Vorlo Data/Locks/Library Mutation.lock" + repeated("/d", 600) + "/outside", library.root());
     writeFile(library.root() + "/Keep", "kept");
     library.touch("Vorlo Data/Locks/Library Mutation.lock", std::time(nullptr) - 3600);
-    std::pair<const TempLibrary*, Json> call{&library, {}};
+    Json reply;
+    std::function<void()> create = [&] { reply = library.call("create_note", {{"title", "Past the lock"}}); };
     pthread_attr_t small;
     pthread_attr_init(&small);
     pthread_attr_setstacksize(&small, 128 << 10);
     pthread_t thread;
-    const auto create = +[](void* argument) -> void* {
-        auto& [library, reply] = *static_cast<std::pair<const TempLibrary*, Json>*>(argument);
-        reply = library->call("create_note", {{"title", "Past the lock"}});
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &small, create, &call), 0);
+    const auto run =
+        +[](void* work) -> void* { return (*static_cast<std::function<void()>*>(work))(), nullptr; };
+    ASSERT_EQ(pthread_create(&thread, &small, run, &create), 0);
     pthread_join(thread, nullptr);
-    EXPECT_EQ(call.second["result"]["structuredContent"]["created"], true);
+    EXPECT_EQ(reply["result"]["structuredContent"]["created"], true);
     // The lock's folder and all it held are gone, the marker alone stays, and nothing outside changed.
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(library.path("Vorlo Data/Locks")), {}), 1);
     EXPECT_EQ(readFile(library.root() + "/Keep"), "kept");
