@@ -192,6 +192,10 @@ TEST(FoldedSearch, AgreesWithFoldingTheWholeTextAndEachCharacter) {
         EXPECT_EQ(FoldedSearch(needle).foundIn(text), offset || needle.empty())
             << text.substr(0, 40) << " / " << needle;
     }
+    // A vowel that composes with the letter before it cannot be folded on its own.
+    for (const auto& [query, text] :
+         {std::pair("\uac00", "x\u1100\u1161y"), std::pair("\u0b4b", "x\u0b47\u0b3ey")})
+        EXPECT_TRUE(FoldedSearch(query).foundIn(text)) << query;
 }
 
 } // namespace
