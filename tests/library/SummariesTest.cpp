@@ -48,6 +48,7 @@ TEST(Summaries, PreviewDropsHeadingMarksCollapsesWhitespaceAndKeepsTheFirstChara
         {"# Title\n\nFirst line\n###### Six\n####### Seven", "Title First line Six ####### Seven"},
         {"#\n\n# x", "x"},      // a lone "#" takes the blank lines behind it
         {"## \n   # y", "# y"}, // so the next "#" does not start a line
+        {"a\r\rb\tc\x0b\x0c\r# d", "a b c d"}, // every ASCII blank and line end, as a caller may keep CR
         {"# " + all + "a\n", all},
         {most + "e" + repeated("\u0301", 2000) + "z",
          most + "e" + repeated("\u0301", 2000)}, // one character past the cut
