@@ -14,6 +14,7 @@
 #include "tools/Limits.h"
 #include "tools/Validators.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -99,28 +100,63 @@ void pathInFolder(std::string& path, std::size_t folderLength, std::string_view 
     path += name;
 }
 
-// Runs the visitor of a walk on a second thread, batch after batch in walk order, while the walk
-// lists and reads the next batch: on two cores the parsing and matching of notes then costs
-// little more than reading them. The visitor runs on that one thread only, one note after the
-// other, so nothing it computes depends on timing.
-class VisitingThread {
-public:
-    explicit VisitingThread(const std::function<void(NoteFile&&)>& visit) : visit_(visit), thread_([this] { run(); }) {}
-    ~VisitingThread() {
+// A note file the walk has listed and will read: the folder's descriptor stays open while it waits.
+struct Candidate {
+    std::shared_ptr<const fs::UniqueFd> folder;
+    std::string name;
+    std::string relativePath;
+};
+
+// Reads one batch of candidates and collects the notes among them, in the batch's order.
+void readBatch(fs::FileBatchReader& reader, std::vector<Candidate>& candidates,
+               std::vector<fs::FileRequest>& requests, std::vector<NoteFile>& notes) {
+    requests.clear();
+    for (const Candidate& candidate : candidates)
+        requests.push_back(fs::FileRequest{candidate.folder->get(), candidate.name.c_str()});
+    std::size_t next = 0;
+    reader.read(requests, [&](std::optional<fs::FileContents>&& contents) {
+        if (auto note = noteFromContents(std::move(contents), candidates[next++].relativePath))
+            notes.push_back(std::move(*note));
+    });
+}
+
+// Visits notes in order and gives the buffers they leave behind back to the reader, for later reads.
+void visitAll(std::vector<NoteFile>& notes, fs::FileBatchReader& reader,
+              const std::function<void(NoteFile&&)>& visit) {
+    for (NoteFile& note : notes) {
+        visit(std::move(note));
+        if (note.bytes.capacity() > 0) reader.recycle(std::move(note.bytes));
+    }
+    notes.clear();
+}
+
+// Reads the walk's batches on several threads at once, each batch whole on one of them, while the
+// walk lists the folders ahead: opening and reading files is most of a scan's cost, and it is
+// kernel work that every core can do. Each thread, its batch read, waits for its turn and visits
+// the batch's notes, so the visitor sees every note in walk order, one call after the other, and
+// nothing it computes depends on timing; while one thread visits, the others read.
+class SharedReading {
+  public:
+    SharedReading(unsigned threads, const std::function<void(NoteFile&&)>& visit) : visit_(visit) {
+        for (unsigned i = 0; i < threads; ++i)
+            threads_.emplace_back([this] { run(); });
+    }
+    ~SharedReading() {
         {
             const std::lock_guard lock(mutex_);
             closed_ = true;
         }
         changed_.notify_all();
-        thread_.join();
+        for (std::thread& thread : threads_)
+            thread.join();
     }
-    VisitingThread(const VisitingThread&) = delete;
-    VisitingThread& operator=(const VisitingThread&) = delete;
+    SharedReading(const SharedReading&) = delete;
+    SharedReading& operator=(const SharedReading&) = delete;
 
-    // Hands a batch over, waiting while two are still to be visited; throws what the visitor threw.
-    void hand(std::vector<NoteFile>&& batch) {
+    // Hands a batch over, waiting while each thread has one still waiting; throws what the visitor threw.
+    void hand(std::vector<Candidate>&& batch) {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return waiting_.size() < 2 || failure_; });
+        changed_.wait(lock, [&] { return waiting_.size() < threads_.size() || failure_; });
         if (failure_) std::rethrow_exception(failure_);
         waiting_.push_back(std::move(batch));
         lock.unlock();
@@ -130,44 +166,43 @@ public:
     // Waits until every batch is visited; throws what the visitor threw.
     void finish() {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return (waiting_.empty() && !busy_) || failure_; });
+        changed_.wait(lock, [&] { return visited_ == handed_ + waiting_.size() || failure_; });
         if (failure_) std::rethrow_exception(failure_);
-    }
-
-    // The buffers that visited notes left behind, for later reads.
-    std::vector<std::string> spentBuffers() {
-        const std::lock_guard lock(mutex_);
-        return std::exchange(spent_, {});
     }
 
 private:
     void run() {
+        fs::FileBatchReader reader(kMaximumNoteBytes);
+        std::vector<fs::FileRequest> requests;
+        std::vector<NoteFile> notes;
         for (;;) {
-            std::vector<NoteFile> batch;
+            std::vector<Candidate> batch;
+            std::size_t number = 0;
             {
                 std::unique_lock lock(mutex_);
-                changed_.wait(lock, [&] { return !waiting_.empty() || closed_; });
-                // Closed early only when the walk failed: what still waits is not needed.
+                changed_.wait(lock, [&] { return !waiting_.empty() || closed_ || failure_; });
+                // Closed with batches still waiting only when the walk failed: they are not needed.
                 if (closed_ || failure_) return;
                 batch = std::move(waiting_.front());
                 waiting_.pop_front();
-                busy_ = true;
+                number = handed_++;
             }
             std::exception_ptr failure;
-            std::vector<std::string> spent;
             try {
-                for (NoteFile& file : batch) {
-                    visit_(std::move(file));
-                    if (file.bytes.capacity() > 0) spent.push_back(std::move(file.bytes));
-                }
+                readBatch(reader, batch, requests, notes);
+                batch.clear(); // the folders' descriptors go as soon as their files are read
+                std::unique_lock lock(mutex_);
+                changed_.wait(lock, [&] { return visited_ == number || failure_ || closed_; });
+                if (failure_ || closed_) return;
+                lock.unlock();
+                visitAll(notes, reader, visit_);
             } catch (...) {
                 failure = std::current_exception();
             }
             {
                 const std::lock_guard lock(mutex_);
-                busy_ = false;
-                failure_ = failure;
-                for (std::string& buffer : spent) spent_.push_back(std::move(buffer));
+                ++visited_;
+                if (failure) failure_ = failure;
             }
             changed_.notify_all();
         }
@@ -176,12 +211,12 @@ private:
     const std::function<void(NoteFile&&)>& visit_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<std::vector<NoteFile>> waiting_;
-    std::vector<std::string> spent_;
-    bool busy_ = false;
+    std::deque<std::vector<Candidate>> waiting_;
+    std::size_t handed_ = 0;  // batches taken by a thread, numbered in walk order
+    std::size_t visited_ = 0; // batches whose notes are all visited
     bool closed_ = false;
     std::exception_ptr failure_;
-    std::thread thread_; // last, so that it starts when everything above is ready
+    std::vector<std::thread> threads_; // last, so that they start when everything above is ready
 };
 
 // Depth-first, each folder's entries in listing order and a folder's contents right after the
@@ -189,14 +224,10 @@ private:
 // level, not the call stack, so no depth of nesting can overflow it; a level that cannot be opened
 // (out of descriptors, no permission, swapped for a link) is passed over like any unreadable folder.
 //
-// The candidates are read a batch at a time, in walk order, and handed on in that order as each
-// batch completes; a folder's descriptor stays open while a candidate in it waits for its batch.
-void walk(const std::string& libraryPath, const PathFilter& wanted, const std::function<void(NoteFile&&)>& visit) {
-    struct Candidate {
-        std::shared_ptr<const fs::UniqueFd> folder;
-        std::string name;
-        std::string relativePath;
-    };
+// The candidates are read a batch at a time and visited in walk order; a folder's descriptor stays
+// open while a candidate in it waits for its batch.
+void walk(const std::string& libraryPath, const PathFilter& wanted,
+          const std::function<void(NoteFile&&)>& visit) {
     struct Level {
         std::shared_ptr<const fs::UniqueFd> fd;
         std::vector<fs::DirectoryEntry> entries;
@@ -213,34 +244,23 @@ void walk(const std::string& libraryPath, const PathFilter& wanted, const std::f
     auto root = openFolder(fs::openDirectory(libraryPath), 0);
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
 
-    fs::FileBatchReader reader(kMaximumNoteBytes);
-    // One core has nothing to share the work with; the plain way, one call at a time, keeps to one thread.
-    std::optional<VisitingThread> visitor;
-    if (process::usableProcessors() > 1 && !fs::plainReadsChosen()) visitor.emplace(visit);
+    // One core has nothing to share the work with: the walk reads and visits each batch itself.
+    const unsigned threads = std::min(process::usableProcessors(), 2u);
+    std::optional<SharedReading> shared;
+    std::optional<fs::FileBatchReader> reader;
+    if (threads > 1)
+        shared.emplace(threads, visit);
+    else
+        reader.emplace(kMaximumNoteBytes);
     std::vector<Candidate> candidates;
     std::vector<fs::FileRequest> requests;
-    std::vector<NoteFile> batch;
+    std::vector<NoteFile> notes;
     const auto readCandidates = [&] {
-        requests.clear();
-        for (const Candidate& candidate : candidates)
-            requests.push_back(fs::FileRequest{candidate.folder->get(), candidate.name.c_str()});
-        if (visitor)
-            for (std::string& buffer : visitor->spentBuffers()) reader.recycle(std::move(buffer));
-        std::size_t next = 0;
-        reader.read(requests, [&](std::optional<fs::FileContents>&& contents) {
-            Candidate& candidate = candidates[next++];
-            auto note = noteFromContents(std::move(contents), candidate.relativePath);
-            if (!note) return;
-            if (visitor) {
-                batch.push_back(std::move(*note));
-                return;
-            }
-            visit(std::move(*note));
-            // Whatever bytes the visitor left behind serve the next batch.
-            reader.recycle(std::move(note->bytes));
-        });
+        if (candidates.empty()) return;
+        if (shared) return shared->hand(std::exchange(candidates, {}));
+        readBatch(*reader, candidates, requests, notes);
         candidates.clear();
-        if (visitor && !batch.empty()) visitor->hand(std::exchange(batch, {}));
+        visitAll(notes, *reader, visit);
     };
     stack.push_back(level(std::move(root)));
     while (!stack.empty()) {
@@ -261,7 +281,7 @@ void walk(const std::string& libraryPath, const PathFilter& wanted, const std::f
         }
     }
     readCandidates();
-    if (visitor) visitor->finish();
+    if (shared) shared->finish();
 }
 
 } // namespace

@@ -23,7 +23,7 @@ struct NoteFile {
 using PathFilter = std::function<bool(std::string_view)>;
 
 // Walks the library depth-first, in the file system's own order, and hands every admitted note
-// file that `wanted` accepts to `visit`, in that order. `visit` may run on a second thread, one
+// file that `wanted` accepts to `visit`, in that order. `visit` may run on other threads, one
 // call after the other, while the walk reads ahead; it must share no unguarded state with anything
 // but the caller, who waits, and what it throws comes out of the walk. Throws ServerError "The
 // selected Vorlo library could not be read." when the library cannot be opened; nothing else

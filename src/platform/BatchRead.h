@@ -13,7 +13,7 @@
 
 namespace vorlo::fs {
 
-// True when VORLO_MCP_IO=sync asks for the plain way: one system call at a time, on one thread.
+// True when VORLO_MCP_IO=sync asks for the plain way: one system call at a time.
 // Tests run every reading path both ways and compare.
 bool plainReadsChosen();
 

@@ -1,8 +1,8 @@
 #pragma once
 // Chooses how the walk reads for the life of the object: "sync" forces the plain way, one call at a
-// time on one thread; "" leaves the choice to the system (the submission ring where there is one,
-// and a second thread on more than one core); "one core" is the system's choice on a machine of one
-// processor, made by pinning the calling thread, whose mask the scan consults, to one.
+// time; "" leaves the choice to the system (the submission ring where there is one); "one core" is
+// the system's choice on a machine of one processor, where the walk reads on its own thread, made
+// by pinning the calling thread, whose mask the scan consults, to one.
 
 #include <cstdlib>
 #include <optional>
