@@ -8,7 +8,8 @@ namespace {
 
 // Megabytes, so that a kill falls inside the writing of the file as often as not.
 std::string largeBody(std::size_t bytes) {
-    return repeated("A line of a large note, long enough to take a while to write.\n", bytes / 62 + 1);
+    constexpr std::string_view line = "A line of a large note, long enough to take a while to write.\n";
+    return repeated(line, bytes / line.size() + 1);
 }
 
 struct Figures {

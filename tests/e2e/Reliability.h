@@ -48,12 +48,6 @@ inline Json succeeded(const Json& result) {
     return result.value("structuredContent", Json::object());
 }
 
-// The permission bits of an entry itself, as an octal number such as 0600.
-inline unsigned modeOf(const std::string& path) {
-    return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions() &
-                                 std::filesystem::perms::mask);
-}
-
 // Everything a writer must never leave behind: a held lock, a lock moved aside, a temporary file.
 inline std::vector<std::string> leftovers(const TempLibrary& library) {
     std::vector<std::string> found;

@@ -17,6 +17,7 @@ namespace vorlo::fs {
 namespace {
 
 using vorlo::testing::IoMode;
+using vorlo::testing::modeOf;
 using vorlo::testing::TempLibrary;
 
 TEST(Files, PathArithmetic) {
@@ -30,11 +31,6 @@ TEST(Files, PathArithmetic) {
         EXPECT_EQ(pathExtension(path), extension) << path;
     // clang-format on
     EXPECT_EQ(lastComponent("a/b/c.md"), "c.md");
-}
-
-unsigned modeOf(const std::string& path) {
-    struct stat status;
-    return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
 // Files are placed atomically one step down, leaving no temporary; folders are private whatever the

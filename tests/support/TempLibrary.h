@@ -27,6 +27,12 @@ inline void writeFile(const std::string& path, std::string_view bytes) {
         throw std::runtime_error("cannot write " + path);
 }
 
+// The permission bits of an entry itself, as an octal number such as 0600.
+inline unsigned modeOf(const std::string& path) {
+    return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions() &
+                                 std::filesystem::perms::mask);
+}
+
 class TempLibrary {
   public:
     // Makes <base>/vorlo-test-XXXXXX/Library and Preferences.json with access and writing on; the base
