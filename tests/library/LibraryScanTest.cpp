@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <regex>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
@@ -111,10 +112,7 @@ struct GeneratedLibrary {
                          "#idea/sub|stra\u00dfe|STRASSE|\u0130stanbul|\ufb01ne") +
                     (below(4) == 0 ? "\n" : " ");
         if (below(20) == 0) text += std::string(70000, 'x') + " lantern"; // longer than one read
-        if (below(10) == 0)
-            for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 2))
-                text.insert(at, "\r");
-        return text;
+        return below(10) == 0 ? std::regex_replace(text, std::regex("\n"), "\r\n") : text;
     }
 
     void fill(const std::vector<Name>& parent, const std::string& folderPath, std::size_t count, int depth,
@@ -124,7 +122,6 @@ struct GeneratedLibrary {
             names.push_back(randomName());
             const std::string path = (folderPath.empty() ? "" : folderPath + "/") + spell({names.back()});
             if (library.exists(path)) continue; // the same bytes twice
-            const std::string absolute = library.path(path);
             // Deep enough, a folder becomes a note; in a wide library, so does every other odd entry.
             std::size_t kind = below(100);
             if ((depth >= 3 && kind >= 45 && kind < 67) || (width > 10 && kind >= 67 && below(2))) kind = 0;
@@ -135,7 +132,8 @@ struct GeneratedLibrary {
             } else if (kind < 67) {
                 folder(names, path, depth + 1, reachable && (kind < 65 || ::geteuid() == 0),
                        std::min<std::size_t>(width, 12));
-                if (kind >= 65) ::chmod(absolute.c_str(), 0); // a folder that cannot be listed is passed over
+                if (kind >= 65)
+                    ::chmod(library.path(path).c_str(), 0); // a folder that cannot be listed is passed over
                 continue;
             } else if (kind < 73) {
                 library.write(path, "bad \xff bytes");
@@ -143,10 +141,11 @@ struct GeneratedLibrary {
                 note = kind == 77 && !atLimitMade && width <= 10;
                 atLimitMade |= note;
                 library.write(path, "");
-                EXPECT_EQ(
-                    ::truncate(absolute.c_str(), static_cast<off_t>(kMaximumNoteBytes + (note ? 0 : 1))), 0);
+                EXPECT_EQ(::truncate(library.path(path).c_str(),
+                                     static_cast<off_t>(kMaximumNoteBytes + (note ? 0 : 1))),
+                          0);
             } else if (kind < 82) {
-                EXPECT_EQ(::mkfifo(absolute.c_str(), 0600), 0);
+                EXPECT_EQ(::mkfifo(library.path(path).c_str(), 0600), 0);
             } else { // to the library itself, so looping back, to an entry made so far, or to nowhere
                 library.link(path, kind >= 98                     ? library.path("nowhere")
                                    : kind < 86 || entries.empty() ? library.library()
@@ -188,10 +187,9 @@ TEST(LibraryScan, WalkFollowsTheRulesAndLookupAgreesWithItsFirstMatch) {
         const std::string& root = generated.library.library();
         std::vector<NoteFile> scan;
         std::set<std::string> scanned;
-        library::walkNoteFiles(root, [&](NoteFile&& file) {
-            scanned.insert(file.relativePath);
-            scan.push_back(std::move(file));
-        });
+        library::walkNoteFiles(root, [&](NoteFile&& file) { scan.push_back(std::move(file)); });
+        for (const NoteFile& note : scan)
+            scanned.insert(note.relativePath);
         EXPECT_EQ(scanned, generated.notes);
         // Paths to ask for: every entry in its own and in other spellings, the notes in more (equivalent
         // spellings decide among matches), paths that nothing matches, and malformed ones.
@@ -247,13 +245,10 @@ Json reference(const std::vector<NoteRecord>& notes, const std::vector<Json>& su
                          (tag.empty() || tagged))
             order.push_back(i);
     }
-    const auto modified = [&](std::size_t i) {
-        return summaries[i]["modified"].is_null() ? "" : summaries[i]["modified"].get<std::string>();
-    };
     std::stable_sort(order.begin(), order.end(), [&](auto a, auto b) {
         if (!search) return library::newestFirst(notes[a], notes[b]);
         const bool titleA = holds(notes[a].title), titleB = holds(notes[b].title);
-        return titleA != titleB ? titleA : modified(a) > modified(b);
+        return titleA != titleB ? titleA : summaries[a]["modified"] > summaries[b]["modified"];
     });
     Json expected = Json::array();
     for (const std::size_t i : order) {
@@ -266,10 +261,9 @@ Json reference(const std::vector<NoteRecord>& notes, const std::vector<Json>& su
 TEST(LibraryScan, EveryWayOfReadingGivesThePlainRecordsAndListAndSearchTheirFullSort) {
     GeneratedLibrary generated(7, 120);
     const TempLibrary& library = generated.library;
-    const auto plain = [&] {
-        const IoMode sync("sync");
-        return library.server().scanNotes();
-    }();
+    std::optional<IoMode> sync(std::in_place, "sync");
+    const auto plain = library.server().scanNotes();
+    sync.reset();
     ASSERT_GT(plain.size(), 200u);
     // A library that is missing, a file or a link is refused whole: the walk never starts through a
     // link (the message is pinned by the reading transcripts).
@@ -313,8 +307,9 @@ TEST(LibraryScan, EveryWayOfReadingGivesThePlainRecordsAndListAndSearchTheirFull
         const auto notes = library.server().scanNotes();
         ASSERT_EQ(notes.size(), plain.size());
         for (std::size_t i = 0; i < notes.size(); ++i) {
-            EXPECT_EQ(notes[i].content, plain[i].content) << plain[i].relativePath;
-            EXPECT_EQ(notes[i].fileModificationDate, plain[i].fileModificationDate) << plain[i].relativePath;
+            EXPECT_EQ(std::tie(notes[i].content, notes[i].fileModificationDate),
+                      std::tie(plain[i].content, plain[i].fileModificationDate))
+                << plain[i].relativePath;
             EXPECT_EQ(library::summary(notes[i]), summaries[i]);
         }
         // What the visitor throws ends the walk, in the first batch or a later one, and comes out.

@@ -18,7 +18,7 @@ std::string describe(const NoteRecord& note) {
 }
 
 // Wherever the front matter or its title is unusable, the title is the file name's, "Trip.plan".
-TEST(NoteParser, ReadsFrontMatterBodyAndTags) {
+TEST(NoteParser, ReadsFrontMatterBodyAndTagsAndTakesFolderAndDefaultTitleFromThePath) {
     const std::pair<std::string, std::string> cases[] = {
         {"", "Trip.plan|"},
         {"Just text\n---\n", "Trip.plan|Just text\n---\n"},
@@ -55,10 +55,7 @@ TEST(NoteParser, ReadsFrontMatterBodyAndTags) {
     };
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(describe(parseNote(text, "Projects/Trip.plan.md", std::nullopt, "rev")), expected) << text;
-}
-
-// A dot starts the extension only past a name's first character.
-TEST(NoteParser, FolderAndDefaultTitleComeFromThePath) {
+    // A dot starts the extension only past a name's first character.
     for (const auto& [path, expected] : {std::pair{"N.MD", "|N"},
                                          {"A/B/C/deep.plan.md", "A/B/C|deep.plan"},
                                          {"Projects/README", "Projects|README"},

@@ -11,8 +11,11 @@ namespace {
 
 const std::string kEllipsis = "\u2026";
 
-TEST(Summaries, SummaryShowsHeaderValuesAsWrittenAndTheFileDateOtherwise) {
-    const Timestamp may1 = Timestamp(std::chrono::seconds(1714550400));
+// A summary shows the header's `modified` as written; list_notes orders by it where it parses, else
+// by the file's date (that order is held against a full sort in LibraryScanTest).
+TEST(Summaries, SummaryAndListingDateTakeTheHeaderDateAndTheFileDateOtherwise) {
+    const Timestamp may1 = Timestamp(std::chrono::seconds(1714550400)),
+                    file = Timestamp(std::chrono::seconds(5));
     const std::tuple<std::string, std::string, std::optional<Timestamp>, std::string> cases[] = {
         {"Body #tag", "Projects/Plan.md", may1,
          R"({"path":"Projects/Plan.md","folder":"Projects","title":"Plan","tags":["tag"],"pinned":false,
@@ -28,35 +31,10 @@ TEST(Summaries, SummaryShowsHeaderValuesAsWrittenAndTheFileDateOtherwise) {
     };
     for (const auto& [text, path, date, expected] : cases)
         EXPECT_EQ(summary(parseNote(text, path, date, "r")), Json::parse(expected));
-}
-
-// The date list_notes orders by; the order itself is held against a full sort in LibraryScanTest.
-TEST(Summaries, ListingDateIsTheHeaderDateWhenItParsesElseTheFileDate) {
-    const Timestamp may1 = Timestamp(std::chrono::seconds(1714550400)),
-                    file = Timestamp(std::chrono::seconds(5));
     EXPECT_EQ(listingDate("2024-05-01T10:00:00+02:00", file), may1);
     EXPECT_EQ(listingDate("yesterday", file), file);
     EXPECT_EQ(listingDate(std::nullopt, file), file);
     EXPECT_EQ(listingDate("yesterday", std::nullopt), kDistantPast);
-}
-
-// The note_parser fuzz target holds the preview against the regular-expression engine; these are
-// the exact previews of cases that random texts reach seldom.
-TEST(Summaries, PreviewDropsHeadingMarksCollapsesWhitespaceAndKeepsTheFirstCharacters) {
-    const std::string most(kPreviewCharacters - 1, 'a'), all(kPreviewCharacters, 'a');
-    const std::pair<std::string, std::string> cases[] = {
-        {"# Title\n\nFirst line\n###### Six\n####### Seven", "Title First line Six ####### Seven"},
-        {"#\n\n# x", "x"},      // a lone "#" takes the blank lines behind it
-        {"## \n   # y", "# y"}, // so the next "#" does not start a line
-        {"a\r\rb\tc\x0b\x0c\r# d", "a b c d"}, // every ASCII blank and line end, as a caller may keep CR
-        {"# " + all + "a\n", all},
-        {most + "e" + repeated("\u0301", 2000) + "z",
-         most + "e" + repeated("\u0301", 2000)}, // one character past the cut
-        // A long run of blanks at the cut is no reason to stop early.
-        {most + std::string(5000, ' ') + "z", most + " "},
-    };
-    for (const auto& [body, preview] : cases)
-        EXPECT_EQ(compactPreview(body), preview) << body.substr(0, 80);
 }
 
 // A body of `length` characters with "NEEDLE" at character `at`, and its snippet: the characters
@@ -69,10 +47,23 @@ std::tuple<std::string, std::string, std::string> needleAt(std::size_t at, std::
             (leading ? kEllipsis : "") + body.substr(from, count) + (trailing ? kEllipsis : "")};
 }
 
-TEST(Summaries, SnippetCentresOnTheFirstFoldedMatchInTheCompactBody) {
+// The preview (no query: heading marks dropped, whitespace collapsed, the first characters kept) and
+// the snippet (centred on the first folded match) are cut from the compact body. The note_parser fuzz
+// target holds the preview against the regular-expression engine and bounds every snippet; these are
+// the exact results of cases that random texts reach seldom.
+TEST(Summaries, PreviewAndSnippetAreCutFromTheCompactBody) {
     const std::size_t before = kSnippetCharactersBeforeMatch, width = kSnippetCharacters;
-    const std::string tail(width + 10, 't');
+    const std::string most(kPreviewCharacters - 1, 'a'), all(kPreviewCharacters, 'a'), tail(width + 10, 't');
     const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"# Title\n\nFirst line\n###### Six\n####### Seven", "", "Title First line Six ####### Seven"},
+        {"#\n\n# x", "", "x"},                     // a lone "#" takes the blank lines behind it
+        {"## \n   # y", "", "# y"},                // so the next "#" does not start a line
+        {"a\r\rb\tc\x0b\x0c\r# d", "", "a b c d"}, // every ASCII blank and line end, as a caller may keep CR
+        {"# " + all + "a\n", "", all},
+        {most + "e" + repeated("\u0301", 2000) + "z", "",
+         most + "e" + repeated("\u0301", 2000)}, // one character past the cut
+        // A long run of blanks at the cut is no reason to stop early.
+        {most + std::string(5000, ' ') + "z", "", most + " "},
         needleAt(300, 500, 300 - before, 500 - (300 - before), true, false),
         needleAt(300, 300 - before + width, 300 - before, width, true, false),
         needleAt(0, 1000, 0, width, false, true),
@@ -86,7 +77,8 @@ TEST(Summaries, SnippetCentresOnTheFirstFoldedMatchInTheCompactBody) {
          kEllipsis + repeated("e\u0301", 99) + " Stra\u00DFe " + repeated("\u00DF", 213) + kEllipsis},
     };
     for (const auto& [body, query, expected] : cases)
-        EXPECT_EQ(snippet(body, query), expected) << body.substr(0, 80) << " / " << query;
+        EXPECT_EQ(query.empty() ? compactPreview(body) : snippet(body, query), expected)
+            << body.substr(0, 80) << " / " << query;
 }
 
 } // namespace
