@@ -88,11 +88,8 @@ Json write(const TempLibrary& library, Operation operation, const std::string& c
 // Every file of the library and its bytes, but in the private folder, where a failed write may
 // leave the folders it made.
 std::map<std::string, std::string> notesOf(const TempLibrary& library) {
-    std::map<std::string, std::string> files;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(library.library()))
-        if (const std::string path = entry.path().string().substr(library.library().size() + 1);
-            entry.is_regular_file() && !path.starts_with("Vorlo Data/"))
-            files[path] = readFile(entry.path());
+    auto files = snapshot(library.library(), "Vorlo Data");
+    std::erase_if(files, [](const auto& entry) { return entry.second == "folder"; });
     return files;
 }
 
@@ -115,8 +112,8 @@ std::vector<Step> traceOf(Operation operation, const std::vector<sys::Fault>& fa
 }
 
 // Runs `operation` with `faults` and checks what the last of them must lead to, that nothing is
-// lost or left behind, and that the next write goes through. Returns how many faults were injected.
-std::size_t runTrial(Operation operation, const std::vector<sys::Fault>& faults, const Step& step) {
+// lost or left behind, and that the next write goes through.
+void runTrial(Operation operation, const std::vector<sys::Fault>& faults, const Step& step) {
     const sys::Fault& fault = faults.back();
     const auto expected = expectationFor(step, fault);
     const std::string error = std::strerror(fault.errorNumber);
@@ -171,28 +168,6 @@ std::size_t runTrial(Operation operation, const std::vector<sys::Fault>& faults,
                 parseIso8601(marker.value("createdAt", "")) && marker["token"] != oldToken &&
                 modeOf(library.path(kMarker)) == 0600)
         << marker;
-    return injection.faultsInjected();
-}
-
-// Fails every call from number `from` on in turn: each with every error (a missing exclusive
-// rename only where one is made), and a write also short; all on top of the faults `before`.
-void failEachCall(Operation operation, const std::vector<Step>& steps, std::uint64_t from,
-                  const std::vector<sys::Fault>& before = {}) {
-    std::size_t injected = 0, trials = 0;
-    for (std::uint64_t number = from; number <= steps.size() && !::testing::Test::HasFatalFailure();
-         ++number) {
-        const Call call = steps[number - 1].call.call;
-        for (const int error : {ENOSPC, EIO, EACCES, EEXIST, EINTR, 0, EINVAL, ENOSYS, ENOTSUP}) {
-            const bool noExclusiveRename = error == EINVAL || error == ENOSYS || error == ENOTSUP;
-            if ((error == 0 && call != Call::Write) || (noExclusiveRename && call != Call::RenameNoReplace))
-                continue;
-            std::vector<sys::Fault> faults = before;
-            faults.push_back({number, error, error == 0});
-            injected += runTrial(operation, faults, steps[number - 1]), ++trials;
-        }
-    }
-    std::printf("[ fault injection ] %s%s: %zu faults injected in %zu trials\n", kOperations[operation],
-                before.empty() ? "" : " by a hard link", injected, trials);
 }
 
 // The last of the writes is a create on a file system without an exclusive rename: the new note
@@ -230,7 +205,22 @@ TEST(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
         ASSERT_EQ(flushed.size(), 2u) << ::testing::PrintToString(flushed);
         EXPECT_TRUE(flushed[0].starts_with(folder + "/.Vorlo MCP ") && flushed[1] == folder)
             << flushed[0] << ", " << flushed[1];
-        failEachCall(operation, steps, from, before);
+        // Then every call from number `from` on fails in turn: with every error (a missing exclusive
+        // rename only where one is made), and a write also short; on top of the faults `before`.
+        int trials = 0;
+        for (std::uint64_t number = from; number <= steps.size() && !HasFatalFailure(); ++number)
+            for (const int error : {ENOSPC, EIO, EACCES, EEXIST, EINTR, 0, EINVAL, ENOSYS, ENOTSUP}) {
+                const Call call = steps[number - 1].call.call;
+                const bool noExclusiveRename = error == EINVAL || error == ENOSYS || error == ENOTSUP;
+                if ((error == 0 && call != Call::Write) ||
+                    (noExclusiveRename && call != Call::RenameNoReplace))
+                    continue;
+                std::vector<sys::Fault> faults = before;
+                faults.push_back({number, error, error == 0});
+                runTrial(operation, faults, steps[number - 1]), ++trials;
+            }
+        std::printf("[ fault injection ] %s%s: %d trials, each fault reached\n", kOperations[operation],
+                    byHardLink ? " by a hard link" : "", trials);
     }
 }
 

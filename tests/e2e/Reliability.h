@@ -62,6 +62,21 @@ inline std::vector<std::string> leftovers(const TempLibrary& library) {
     return found;
 }
 
+// Every entry under `root` but the subtree `skip`, by relative path: a file's bytes, a link's
+// target, or "folder".
+inline std::map<std::string, std::string> snapshot(const std::string& root, std::string_view skip) {
+    namespace stdfs = std::filesystem;
+    std::map<std::string, std::string> state;
+    for (auto it = stdfs::recursive_directory_iterator(root); it != stdfs::end(it); ++it)
+        if (std::string path = it->path().string().substr(root.size() + 1); path == skip)
+            it.disable_recursion_pending();
+        else
+            state[path] = it->is_symlink()     ? "link " + stdfs::read_symlink(it->path()).string()
+                          : it->is_directory() ? "folder"
+                                               : readFile(it->path());
+    return state;
+}
+
 // A stress test's size: the environment variable `name` when set, else `usual`, or `longer` under
 // VORLO_LONG_TESTS=1, which searches further for rare interleavings.
 inline int sizeFromEnvironment(const char* name, int usual, int longer) {
