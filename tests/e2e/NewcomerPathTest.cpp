@@ -1,4 +1,5 @@
-// What a newcomer meets first: the README's snippets, the preferences writer, install and the .deb.
+// What a newcomer meets first: the README's snippets, install, the man page and the .deb. (The
+// preferences writer is played in transcripts/newcomer.txt.)
 // Each is checked against the real thing, so the documentation cannot drift from the program.
 #include "e2e/Reliability.h"
 
@@ -51,41 +52,8 @@ TEST(Readme, EverySnippetParsesAndEveryExampleCallBehavesAsShown) {
     EXPECT_EQ(calls, 6);
 }
 
-// The file it writes is one the server starts with, at mode 0600, naming the folder itself and with
-// the writing switch as asked. It refuses what is not a folder, and never replaces a file it did not
-// write unless forced; its own file it replaces freely.
-TEST(WritePreferences, WritesAFileTheServerStartsWithAndReplacesNoForeignOne) {
-    TempLibrary library;
-    const std::string output = library.root() + "/Written/Preferences.json",
-                      folder = quoted(library.library()),
-                      foreign = R"({"libraryPath": "/elsewhere", "mcp": {"enabled": true}})";
-    library.link("Linked", library.library());
-    // The arguments, the file there before (none when empty), and whether it is written.
-    // clang-format off
-    const std::tuple<std::string, std::string, bool> rows[] = {
-        {quoted(library.write("note.md", "x")), "", false}, {quoted(library.root() + "/missing"), "", false},
-        {quoted(library.path("Linked")), "", false}, {folder + " --allow-writing", "", true}, {folder, "", true},
-        {folder, foreign, false}, {folder + " --force --allow-writing", foreign, true}};
-    // clang-format on
-    for (const auto& [arguments, before, written] : rows) {
-        SCOPED_TRACE(arguments + " over " + before);
-        if (!before.empty()) writeFile(output, before);
-        const auto [status, message] = shell(quoted(VORLO_SOURCE_DIR "/scripts/write-preferences") + " " +
-                                             arguments + " --output " + quoted(output));
-        EXPECT_EQ(status == 0, written) << message;
-        EXPECT_TRUE(written || (readFile(output) == before &&
-                                (before.empty() || message.find("--force") != std::string::npos)));
-        if (!written) continue;
-        EXPECT_EQ(modeOf(output), 0600u);
-        EXPECT_EQ(Json::parse(readFile(output))["libraryPath"],
-                  std::filesystem::canonical(library.library()).string());
-        EXPECT_EQ(ServerProcess(output).call("create_note", {{"title", arguments}}).value("isError", true),
-                  !arguments.ends_with("--allow-writing"));
-    }
-}
-
-// Install places the executable and the man page; the .deb holds exactly those two, and depends on
-// exactly the packages that hold the shared libraries its executable needs: libc6 alone when the
+// Install places the executable and the man page, which renders; the .deb holds exactly those two, and
+// depends on exactly the packages that hold the shared libraries its executable needs: libc6 alone when the
 // others are linked in, as the build does where it can.
 TEST(Packaging, InstallAndTheDebianPackagePlaceTheExecutableAndTheManPage) {
     TempLibrary scratch;
@@ -96,6 +64,14 @@ TEST(Packaging, InstallAndTheDebianPackagePlaceTheExecutableAndTheManPage) {
     EXPECT_EQ(modeOf(prefix + "/bin/vorlo-mcp") & 0100, 0100u);
     EXPECT_TRUE(std::filesystem::exists(prefix + "/share/man/man1/vorlo-mcp.1.gz") ||
                 std::filesystem::exists(prefix + "/share/man/man1/vorlo-mcp.1"));
+    // The man page is well-formed roff that names what a user needs.
+    if (shell("command -v man").first == 0) {
+        const std::string page =
+            shell("MANWIDTH=100 man -l " + quoted(VORLO_SOURCE_DIR "/man/vorlo-mcp.1") + " | col -b").second;
+        for (const char* words : {"SYNOPSIS", "DESCRIPTION", "ENVIRONMENT", "FILES", "EXIT STATUS",
+                                  "EXAMPLES", "VORLO_MCP_PREFERENCES"})
+            EXPECT_NE(page.find(words), std::string::npos) << words << "\n" << page;
+    }
     if (shell("command -v cpack && command -v dpkg-deb && command -v readelf").first != 0)
         GTEST_SKIP() << "no cpack, dpkg-deb or readelf here";
     const std::string deb = quoted(scratch.root()) + "/*.deb",
@@ -124,17 +100,6 @@ TEST(Packaging, InstallAndTheDebianPackagePlaceTheExecutableAndTheManPage) {
     const std::string description = shell("dpkg-deb -f " + deb + " Description").second;
     EXPECT_TRUE(description.find("safe access") != std::string::npos && description.find(';') == std::string::npos)
         << description;
-}
-
-// The man page is well-formed roff that names what a user needs.
-TEST(Packaging, ManPageRendersWithItsSections) {
-    if (shell("command -v man").first != 0) GTEST_SKIP() << "no man here";
-    const auto [status, page] =
-        shell("MANWIDTH=100 man -l " + quoted(VORLO_SOURCE_DIR "/man/vorlo-mcp.1") + " | col -b");
-    ASSERT_EQ(status, 0) << page;
-    for (const char* words : {"SYNOPSIS", "DESCRIPTION", "ENVIRONMENT", "FILES", "EXIT STATUS", "EXAMPLES",
-                              "VORLO_MCP_PREFERENCES"})
-        EXPECT_NE(page.find(words), std::string::npos) << words;
 }
 
 } // namespace

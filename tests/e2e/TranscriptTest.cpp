@@ -2,13 +2,16 @@
 // each opened by "== Name" and run in a fresh library with access and writing on. A line holds one
 // step, or several separated by " ; ":
 //
-//   let NAME = TEXT         later lines of the file read TEXT for $NAME ($LIB and $ROOT are built in)
+//   let NAME = TEXT         later lines of the file read TEXT for $NAME ($LIB, $ROOT and the source
+//                           tree's $SRC are built in)
 //   file PATH[ | PATH...][ = TEXT]   files in the library that hold TEXT, or "text"
 //   link PATH -> TARGET     a symbolic link;  fifo PATH;  chmod PATH = MODE
 //   folder PATH             an empty folder;  age PATH = SECONDS: its modification time so long ago
 //   rm PATH                 removes PATH, which must be there
 //   prefs on|off|read-only|TEXT   the preferences file;  prefs-path [PATH|unset]: the variable naming it
 //   env NAME=VALUE          one more variable for the next server's environment
+//   sh COMMAND => STATUS[ TEXT]   runs COMMAND in the shell: it must end with STATUS, and its output
+//                           (standard error included) contain TEXT
 //   > LINE[ => JSON]        sends LINE; the reply must then equal JSON (with ~>, contain it)
 //   > LINE | LINE... => JSON      each line in turn, each with the same expectation; likewise TOOL
 //   >| BYTES                sends BYTES without a line feed, and nothing may come back for 100 ms
@@ -132,10 +135,11 @@ class Session {
         std::string host = process::hostName(), upper = host;
         std::ranges::transform(host, upper.begin(), [](unsigned char c) { return std::toupper(c); });
         // clang-format off
-        const std::string values[] = {library_.library(), library_.root(), last_.value("id", ""),
-            last_.value("modified", ""), last_.value("revision", ""), host, upper, std::to_string(::getpid())};
-        for (std::size_t i = 0;
-             const char* name : {"$LIB", "$ROOT", "{id}", "{modified}", "{revision}", "{host}", "{HOST}", "{pid}"})
+        const std::string values[] = {library_.library(), library_.root(), VORLO_SOURCE_DIR,
+            last_.value("id", ""), last_.value("modified", ""), last_.value("revision", ""), host, upper,
+            std::to_string(::getpid())};
+        for (std::size_t i = 0; const char* name :
+             {"$LIB", "$ROOT", "$SRC", "{id}", "{modified}", "{revision}", "{host}", "{HOST}", "{pid}"})
             replaceAll(text, name, values[i++]);
         // clang-format on
         for (std::size_t at; (at = text.find("{rev:")) != std::string::npos;) {
@@ -230,6 +234,13 @@ class Session {
             preferencesPath_ = argument == "unset" ? std::nullopt : std::optional(argument);
         } else if (word == "env") {
             environment_.push_back(argument);
+        } else if (word == "sh") {
+            const auto [command, outcome] = cut(argument, " => ");
+            const auto [status, output] = cut(outcome.value_or(""), " ");
+            const std::string log = library_.root() + "/sh.log";
+            const int code = std::system((command + " >'" + log + "' 2>&1").c_str());
+            EXPECT_EQ(WIFEXITED(code) ? WEXITSTATUS(code) : -1, std::stoi(status)) << readFile(log);
+            EXPECT_THAT(readFile(log), ::testing::HasSubstr(output.value_or("")));
         } else if (word == ">|") {
             server().send(unescape(argument));
             EXPECT_EQ(server().readLine(std::chrono::milliseconds(100)), std::nullopt);
