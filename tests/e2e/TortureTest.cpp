@@ -107,10 +107,10 @@ TEST(Torture, EightWritersLoseNoUpdateAndReadersNeverSeeAPartialNote) {
     EXPECT_EQ(lines, successes) << "updates lost";
     EXPECT_TRUE(leftovers(library).empty()) << leftovers(library).front();
     // Creates racing for one title got distinct names, numbered without a gap.
-    for (int number = 1; number <= kWriters * kCreatesPerWriter; ++number)
-        EXPECT_TRUE(created.contains(number == 1 ? "Race.md" : "Race " + std::to_string(number) + ".md"))
-            << number;
-    EXPECT_EQ(created.size(), std::size_t{kWriters * kCreatesPerWriter});
+    std::set<std::string> numbered = {"Race.md"};
+    for (int number = 2; number <= kWriters * kCreatesPerWriter; ++number)
+        numbered.insert("Race " + std::to_string(number) + ".md");
+    EXPECT_EQ(created, numbered);
 
     for (const auto& [revision, digest] : served)
         EXPECT_EQ(versions[revision], digest)
