@@ -22,8 +22,13 @@ const attachments = {
   'Quarterly report.pdf': Buffer.from('%PDF-1.4\n%\xe2\xe3\xcf\xd3\n1 0 obj<<>>endobj\ntrailer<<>>\n%%EOF\n', 'latin1'),
 };
 
+// Every library made here goes when the run ends.
+const roots = [];
+after(() => roots.forEach((root) => rmSync(root, { recursive: true, force: true })));
+
 function makeLibrary(mcp = { enabled: true, allowWriting: true }) {
   const root = mkdtempSync(join(tmpdir(), 'vorlo-client-'));
+  roots.push(root);
   const library = join(root, 'Library'), preferences = join(root, 'Preferences.json');
   const files = {
     [meeting]: `---\nid: ${noteId}\ntitle: "Budget meeting"\ncreated: 2026-03-02T09:00:00Z\nmodified: 2026-03-02T10:30:00Z
@@ -60,7 +65,7 @@ describe('a session through the official MCP TypeScript SDK', () => {
     return result;
   };
   before(() => session.client.connect(session.transport));
-  after(() => session.client.close().finally(() => rmSync(library.root, { recursive: true, force: true })));
+  after(() => session.client.close());
 
   it('initializes and lists the six tools', async () => {
     assert.equal(session.client.getServerVersion()?.name, 'Vorlo');
@@ -115,15 +120,10 @@ describe('a session through the official MCP TypeScript SDK', () => {
 
 describe('a server that may not start', () => {
   it('closes the connection and says why in one line on standard error', async () => {
-    const library = makeLibrary({ enabled: false });
-    try {
-      const session = startClient(library.preferences);
-      const exited = new Promise((resolve) => (session.transport.onclose = resolve));
-      await assert.rejects(session.client.connect(session.transport));
-      await exited;
-      assert.equal(session.stderr, 'Vorlo MCP: MCP access is disabled. Enable it in Vorlo Settings > MCP before connecting.\n');
-    } finally {
-      rmSync(library.root, { recursive: true, force: true });
-    }
+    const session = startClient(makeLibrary({ enabled: false }).preferences);
+    const exited = new Promise((resolve) => (session.transport.onclose = resolve));
+    await assert.rejects(session.client.connect(session.transport));
+    await exited;
+    assert.equal(session.stderr, 'Vorlo MCP: MCP access is disabled. Enable it in Vorlo Settings > MCP before connecting.\n');
   });
 });

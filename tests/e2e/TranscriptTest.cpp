@@ -5,13 +5,13 @@
 //   let NAME = TEXT         later lines of the file read TEXT for $NAME ($LIB, $ROOT and the source
 //                           tree's $SRC are built in)
 //   file PATH[ | PATH...][ = TEXT]   files in the library that hold TEXT, or "text"
-//   link PATH -> TARGET     a symbolic link;  fifo PATH;  chmod PATH = MODE
-//   folder PATH             an empty folder;  age PATH = SECONDS: its modification time so long ago
+//   link PATH -> TARGET     a symbolic link;  folder PATH: an empty folder
 //   rm PATH                 removes PATH, which must be there
-//   prefs on|off|read-only|TEXT   the preferences file;  prefs-path [PATH|unset]: the variable naming it
+//   sh COMMAND => STATUS[ TEXT]   runs COMMAND in the shell (for a mode, a fifo, a file's date, a
+//                           script): it must end with STATUS, and its output, standard error included,
+//                           contain TEXT
+//   prefs TEXT              the preferences file;  prefs-path [PATH|unset]: the variable naming it
 //   env NAME=VALUE          one more variable for the next server's environment
-//   sh COMMAND => STATUS[ TEXT]   runs COMMAND in the shell: it must end with STATUS, and its output
-//                           (standard error included) contain TEXT
 //   > LINE[ => JSON]        sends LINE; the reply must then equal JSON (with ~>, contain it)
 //   > LINE | LINE... => JSON      each line in turn, each with the same expectation; likewise TOOL
 //   >| BYTES                sends BYTES without a line feed, and nothing may come back for 100 ms
@@ -209,17 +209,8 @@ class Session {
                 library_.write(unescape(each), content());
         } else if (word == "link") {
             library_.link(cut(argument, " -> ").first, *cut(argument, " -> ").second);
-        } else if (word == "fifo") {
-            ASSERT_EQ(::mkfifo(library_.path(argument).c_str(), 0600), 0);
-        } else if (word == "chmod") {
-            std::filesystem::permissions(library_.path(path),
-                                         std::filesystem::perms(std::stoul(content(), nullptr, 8)));
         } else if (word == "folder") {
             library_.makeFolder(argument);
-        } else if (word == "age") {
-            library_.touch(
-                path, std::chrono::floor<std::chrono::seconds>(currentTime()).time_since_epoch().count() -
-                          std::stoll(content()));
         } else if (word == "rm") {
             EXPECT_TRUE(library_.exists(argument));
             std::filesystem::remove_all(library_.path(argument));
@@ -227,9 +218,7 @@ class Session {
             for (const std::string& each : split(path, " | "))
                 EXPECT_EQ(modeOf(library_.path(each)), std::stoul(content(), nullptr, 8)) << each;
         } else if (word == "prefs") {
-            argument == "on" || argument == "off" || argument == "read-only"
-                ? library_.writePreferences(argument != "off", argument != "read-only")
-                : library_.writePreferencesText(unescape(argument));
+            library_.writePreferencesText(unescape(argument));
         } else if (word == "prefs-path") {
             preferencesPath_ = argument == "unset" ? std::nullopt : std::optional(argument);
         } else if (word == "env") {

@@ -14,95 +14,74 @@ namespace vorlo {
 namespace {
 
 namespace stdfs = std::filesystem;
-using testing::TempLibrary;
+using testing::readFile;
 
-constexpr std::string_view kToken = "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D";
-const std::string kCreated = "\"createdAt\": \"2024-05-01T12:34:56Z\"";
+const std::string kToken = "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D", kCreated = "2024-05-01T12:34:56Z";
 
-std::string object(std::initializer_list<std::string> members) {
-    std::string out;
-    for (const std::string& member : members)
-        out += (out.empty() ? "{" : ", ") + member;
-    return out + "}";
-}
-
-TEST(LockOwnerRecord, EncodesPrettyWithSortedKeysAndDecodesWhatOthersMayWrite) {
-    MCPMutationLockOwner owner{*Uuid::parse(kToken), 4242, "Studio.local", std::nullopt,
-                               *parseIso8601("2024-05-01T12:34:56Z")};
-    const std::string encoded = "{\n  " + kCreated + ",\n  \"hostName\": \"Studio.local\",\n" +
-                                "  \"processID\": 4242,\n  \"token\": \"" + std::string(kToken) + "\"\n}";
-    EXPECT_EQ(owner.encode(), encoded);
-    // Lower-case tokens, local times, a null host ID and members of no meaning here are all accepted.
-    const auto decoded = MCPMutationLockOwner::decode(
-        R"({"token": "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d", "processID": 4242, "hostName": "Studio.local",
-            "createdAt": "2024-05-01T14:34:56+02:00", "hostID": null, "extra": [1, {"x": 2}]})");
-    EXPECT_EQ(decoded.value_or(MCPMutationLockOwner{}).encode(), encoded);
-    owner.hostID = "H-1";
-    EXPECT_NE(owner.encode().find(kCreated + ",\n  \"hostID\": \"H-1\",\n"), std::string::npos);
-    EXPECT_EQ(MCPMutationLockOwner::decode(owner.encode())->hostID, "H-1");
-    const MCPMutationMarker marker{*Uuid::parse(kToken), *parseIso8601("2024-05-01T12:34:56Z")};
-    EXPECT_EQ(marker.encode(), "{\n  " + kCreated + ",\n  \"token\": \"" + std::string(kToken) + "\"\n}");
-}
-
-// Each record and the process ID it decodes to, or "" where the whole record is refused.
+// Each change to a record of process 1, and the process ID the changed record decodes to, or "" where
+// the whole record is refused. What other writers may add (lower-case tokens, local times, a null or
+// textual host ID, members of no meaning here) the lock transcripts show accepted.
 TEST(LockOwnerRecord, RefusesWholeRecordsWithAnyUnusableRequiredValue) {
-    const std::string token = "\"token\": \"" + std::string(kToken) + "\"", pid = "\"processID\": 1",
-                      host = "\"hostName\": \"h\"";
-    const auto withPid = [&](const char* processID) {
-        return object({token, host, kCreated, "\"processID\": " + std::string(processID)});
+    const std::string token = "\"token\": \"" + kToken + "\", ", pid = "\"processID\": 1, ",
+                      host = "\"hostName\": \"h\", ", created = "\"createdAt\": \"" + kCreated + "\"",
+                      record = "{" + token + pid + host + created + "}";
+    const auto changed = [&](const std::string& from, const std::string& to) {
+        return std::string(record).replace(record.find(from), from.size(), to);
     };
-    std::string largest = object({token, pid, host, kCreated});
-    largest.append(kMaximumLockRecordBytes - largest.size(), ' ');
+    const auto withPid = [&](const std::string& value) {
+        return changed(pid, "\"processID\": " + value + ", ");
+    };
+    const std::string largest = record + std::string(kMaximumLockRecordBytes - record.size(), ' ');
     // clang-format off
     const std::pair<std::string, std::string> cases[] = {
         {withPid("2147483647"), "2147483647"}, {withPid("-2147483648"), "-2147483648"}, {withPid("0"), "0"},
         {largest, "1"}, {largest + ' ', ""}, {withPid("2147483648"), ""}, {withPid("-2147483649"), ""},
         {withPid("18446744073709551615"), ""}, {withPid("42.5"), ""}, {withPid("\"42\""), ""},
         {withPid("true"), ""}, {withPid("null"), ""}, {"", ""}, {"[]", ""}, {"not json", ""},
-        {object({pid, host, kCreated}), ""}, {object({token, host, kCreated}), ""},
-        {object({token, pid, kCreated}), ""}, {object({token, pid, host}), ""},
-        {object({"\"token\": \"not-a-uuid\"", pid, host, kCreated}), ""},
-        {object({"\"token\": 7", pid, host, kCreated}), ""},
-        {object({token, pid, "\"hostName\": 7", kCreated}), ""},
-        {object({token, pid, host, "\"createdAt\": \"2024-05-01T12:34:56.000Z\""}), ""},
-        {object({token, pid, host, "\"createdAt\": 1714566896"}), ""},
-        {object({token, pid, host, kCreated, "\"hostID\": 12"}), ""}};
+        {changed(token, ""), ""}, {changed(pid, ""), ""}, {changed(host, ""), ""}, {changed(", " + created, ""), ""},
+        {changed(kToken, "not-a-uuid"), ""}, {changed("\"" + kToken + "\"", "7"), ""}, {changed("\"h\"", "7"), ""},
+        {changed("56Z", "56.000Z"), ""}, {changed("\"" + kCreated + "\"", "1714566896"), ""},
+        {changed("}", ", \"hostID\": 12}"), ""}};
     // clang-format on
-    for (const auto& [record, processID] : cases) {
-        const auto decoded = MCPMutationLockOwner::decode(record);
-        EXPECT_EQ(decoded ? std::to_string(decoded->processID) : "", processID) << record.substr(0, 200);
+    for (const auto& [text, processID] : cases) {
+        const auto decoded = MCPMutationLockOwner::decode(text);
+        EXPECT_EQ(decoded ? std::to_string(decoded->processID) : "", processID) << text.substr(0, 200);
     }
 }
 
-stdfs::perms permissions(const std::string& path) {
-    return stdfs::symlink_status(path).permissions() & stdfs::perms::mask;
-}
-
-// Acquiring writes this process's record into private folders; releasing leaves nothing, and a
-// second release touches nothing, but it leaves a successor's lock alone. A waiter that judged the
-// lock in the instant between its creation and its record may move it aside and take the name. The
-// record then lands in the folder moved aside, and the lock is not held: the attempt counts as
-// failed, and the lock is taken properly once the other owner's is judged in turn.
+// Acquiring writes this process's record, pretty with sorted keys, into private folders; releasing
+// leaves nothing (as every written transcript also checks), and a second release touches nothing,
+// but it leaves a successor's lock alone. A waiter that judged the lock in the instant between its
+// creation and its record may move it aside and take the name. The record then lands in the folder
+// moved aside, and the lock is not held: the attempt counts as failed, and the lock is taken
+// properly once the other owner's is judged in turn.
 TEST(MutationLock, AcquireWritesItsRecordReleaseLeavesAnotherOwnersLockAndAMovedLockIsNotHeld) {
-    TempLibrary library;
-    const std::string locks = library.path("Vorlo Data/Locks"), held = locks + "/Library Mutation.lock";
+    testing::TempLibrary library;
+    const std::string locks = library.path("Vorlo Data/Locks"), held = locks + "/Library Mutation.lock",
+                      ownerPath = held + "/Owner.json";
     MCPMutationLock lock(library.library(), "Vorlo Data/Locks");
-    EXPECT_FALSE(library.exists("Vorlo Data")); // making the object touches no file
     lock.acquire();
     EXPECT_TRUE(lock.acquired());
     for (const std::string& folder : {library.path("Vorlo Data"), locks, lock.lockPath()})
-        EXPECT_EQ(permissions(folder), stdfs::perms::owner_all) << folder;
-    const std::string ownerPath = held + "/Owner.json";
-    EXPECT_EQ(permissions(ownerPath), stdfs::perms::owner_read | stdfs::perms::owner_write);
-    MCPMutationLockOwner expected = lock.owner();
-    expected.processID = process::currentProcessId();
-    expected.hostName = process::hostName();
-    EXPECT_EQ(testing::readFile(ownerPath), expected.encode()); // and no host ID
-    for (int release = 0; release < 2; ++release) {
-        lock.release();
-        EXPECT_FALSE(lock.acquired());
-        EXPECT_TRUE(stdfs::is_empty(locks)) << "no lock and no Released folder remain";
-    }
+        EXPECT_EQ(testing::modeOf(folder), 0700u) << folder;
+    EXPECT_EQ(testing::modeOf(ownerPath), 0600u);
+    const std::string token = lock.owner().token.text(), created = formatIso8601(lock.owner().createdAt);
+    EXPECT_EQ(readFile(ownerPath),
+              "{\n  \"createdAt\": \"" + created + "\",\n  \"hostName\": \"" + process::hostName() +
+                  "\",\n  \"processID\": " + std::to_string(process::currentProcessId()) +
+                  ",\n  \"token\": \"" + token + "\"\n}"); // and no host ID
+    MCPMutationLockOwner withHostID = lock.owner();
+    withHostID.hostID = "H-1";
+    EXPECT_NE(withHostID.encode().find(created + "\",\n  \"hostID\": \"H-1\",\n  \"hostName\""),
+              std::string::npos);
+    const MCPMutationMarker marker{*Uuid::parse(kToken), *parseIso8601(kCreated)};
+    EXPECT_EQ(marker.encode(),
+              "{\n  \"createdAt\": \"" + kCreated + "\",\n  \"token\": \"" + kToken + "\"\n}");
+    lock.release();
+    lock.release();
+    EXPECT_FALSE(lock.acquired());
+    EXPECT_TRUE(stdfs::is_empty(locks)) << "no lock and no Released folder remain";
+
     std::uint64_t recordMove = 0; // the private folders exist from here on, so every acquisition runs alike
     {
         const sys::FaultInjection tracing;
@@ -113,12 +92,12 @@ TEST(MutationLock, AcquireWritesItsRecordReleaseLeavesAnotherOwnersLockAndAMoved
                 recordMove = i + 1;
     }
     ASSERT_NE(recordMove, 0u);
-    expected = lock.owner();
-    expected.token = Uuid::random();
-    testing::writeFile(ownerPath, expected.encode()); // a successor's
+    MCPMutationLockOwner successor = lock.owner();
+    successor.token = Uuid::random();
+    testing::writeFile(ownerPath, successor.encode());
     lock.release();
     EXPECT_FALSE(lock.acquired());
-    EXPECT_EQ(testing::readFile(ownerPath), expected.encode());
+    EXPECT_EQ(readFile(ownerPath), successor.encode());
     stdfs::remove_all(held);
 
     // The other owner's process is gone, so its lock is judged abandoned at once.
@@ -131,7 +110,7 @@ TEST(MutationLock, AcquireWritesItsRecordReleaseLeavesAnotherOwnersLockAndAMoved
                                          }}});
     lock.acquire();
     EXPECT_EQ(takeover.faultsInjected(), 1u);
-    const auto record = MCPMutationLockOwner::decode(testing::readFile(ownerPath));
+    const auto record = MCPMutationLockOwner::decode(readFile(ownerPath));
     EXPECT_EQ(record.value_or(other).token, lock.owner().token)
         << "acquire returned while another owner's lock stood";
     lock.release();
