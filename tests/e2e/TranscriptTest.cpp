@@ -224,10 +224,9 @@ class Session {
         } else if (word == "env") {
             environment_.push_back(argument);
         } else if (word == "sh") {
-            const auto [command, outcome] = cut(argument, " => ");
-            const auto [status, output] = cut(outcome.value_or(""), " ");
+            const auto [status, output] = cut(expectation.substr(4), " "); // after " => "
             const std::string log = library_.root() + "/sh.log";
-            const int code = std::system((command + " >'" + log + "' 2>&1").c_str());
+            const int code = std::system((request + " >'" + log + "' 2>&1").c_str());
             EXPECT_EQ(WIFEXITED(code) ? WEXITSTATUS(code) : -1, std::stoi(status)) << readFile(log);
             EXPECT_THAT(readFile(log), ::testing::HasSubstr(output.value_or("")));
         } else if (word == ">|") {

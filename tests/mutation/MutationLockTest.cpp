@@ -28,9 +28,7 @@ TEST(LockOwnerRecord, RefusesWholeRecordsWithAnyUnusableRequiredValue) {
     const auto changed = [&](const std::string& from, const std::string& to) {
         return std::string(record).replace(record.find(from), from.size(), to);
     };
-    const auto withPid = [&](const std::string& value) {
-        return changed(pid, "\"processID\": " + value + ", ");
-    };
+    const auto withPid = [&](const std::string& value) { return changed(": 1,", ": " + value + ","); };
     const std::string largest = record + std::string(kMaximumLockRecordBytes - record.size(), ' ');
     // clang-format off
     const std::pair<std::string, std::string> cases[] = {
@@ -70,9 +68,10 @@ TEST(MutationLock, AcquireWritesItsRecordReleaseLeavesAnotherOwnersLockAndAMoved
               "{\n  \"createdAt\": \"" + created + "\",\n  \"hostName\": \"" + process::hostName() +
                   "\",\n  \"processID\": " + std::to_string(process::currentProcessId()) +
                   ",\n  \"token\": \"" + token + "\"\n}"); // and no host ID
-    MCPMutationLockOwner withHostID = lock.owner();
-    withHostID.hostID = "H-1";
-    EXPECT_NE(withHostID.encode().find(created + "\",\n  \"hostID\": \"H-1\",\n  \"hostName\""),
+    MCPMutationLockOwner successor = lock.owner();         // with a host ID, which a successor may write
+    successor.token = Uuid::random();
+    successor.hostID = "H-1";
+    EXPECT_NE(successor.encode().find(created + "\",\n  \"hostID\": \"H-1\",\n  \"hostName\""),
               std::string::npos);
     const MCPMutationMarker marker{*Uuid::parse(kToken), *parseIso8601(kCreated)};
     EXPECT_EQ(marker.encode(),
@@ -92,8 +91,6 @@ TEST(MutationLock, AcquireWritesItsRecordReleaseLeavesAnotherOwnersLockAndAMoved
                 recordMove = i + 1;
     }
     ASSERT_NE(recordMove, 0u);
-    MCPMutationLockOwner successor = lock.owner();
-    successor.token = Uuid::random();
     testing::writeFile(ownerPath, successor.encode());
     lock.release();
     EXPECT_FALSE(lock.acquired());
