@@ -59,11 +59,6 @@ function startClient(preferences) {
 describe('a session through the official MCP TypeScript SDK', () => {
   const library = makeLibrary(), session = startClient(library.preferences);
   const file = (path) => readFileSync(join(library.library, path), 'utf8');
-  const call = async (name, args) => {
-    const result = await session.client.callTool({ name, arguments: args });
-    if (!result.isError) assert.deepEqual(JSON.parse(result.content[0].text), result.structuredContent);
-    return result;
-  };
   before(() => session.client.connect(session.transport));
   after(() => session.client.close());
 
@@ -106,7 +101,8 @@ describe('a session through the official MCP TypeScript SDK', () => {
         /changed after it was read/.test(result.content[0].text)], [true, true, true]],
     ];
     for (const [name, args, pick, expected] of calls) {
-      const result = await call(name, typeof args === 'function' ? args() : args);
+      const result = await session.client.callTool({ name, arguments: typeof args === 'function' ? args() : args });
+      if (!result.isError) assert.deepEqual(JSON.parse(result.content[0].text), result.structuredContent);
       assert.deepEqual(pick(result.structuredContent ?? {}, result), expected, `${name} ${JSON.stringify(args)}`);
     }
   });

@@ -149,10 +149,7 @@ class Session {
         return text;
     }
 
-    ServerProcess& server() {
-        if (!server_) server_.emplace(preferencesPath_, environment_);
-        return *server_;
-    }
+    ServerProcess& server() { return server_ ? *server_ : server_.emplace(preferencesPath_, environment_); }
 
     void expect(const Json& actual, const std::string& expectation) {
         const std::string text = expectation.substr(expectation.find(' ', 1) + 1);
@@ -161,10 +158,7 @@ class Session {
             << "got " << actual << "\nnot " << expected;
     }
 
-    Json reply() {
-        const auto line = server().readLine();
-        return line ? Json::parse(*line) : Json("no reply");
-    }
+    Json reply() { return Json::parse(server().readLine().value_or(R"("no reply")")); }
 
     // What a tool call's expectation is matched against: the reply for a protocol error, the
     // message of a failed call, or the structured result, which the text content must repeat.
