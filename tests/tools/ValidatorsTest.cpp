@@ -2,6 +2,8 @@
 #include "support/Repeated.h"
 #include "tools/Validators.h"
 
+#include "mutation/NoteRenderer.h"
+#include "mutation/SafePlacement.h"
 #include "platform/Errors.h"
 #include "tools/Limits.h"
 
@@ -17,7 +19,8 @@ template <typename T> Json toJson(const std::optional<T>& value) {
 }
 
 // What the validator of an argument makes of a value (kAbsent for none): what it returns, as JSON,
-// or the message it throws.
+// or the message it throws; for "stem", the file name a title gives, and for "note", the size of a
+// note titled "Plan" with the value as its body.
 std::string outcome(std::string_view argument, const Json& given) {
     const Json* value = given.is_discarded() ? nullptr : &given;
     try {
@@ -27,6 +30,10 @@ std::string outcome(std::string_view argument, const Json& given) {
         if (argument == "content") return Json(noteContent(value, "old")).dump();
         if (argument == "pinned") return toJson(optionalBoolean(value, "pinned")).dump();
         if (argument == "tags") return Json(noteTags(value)).dump();
+        if (argument == "stem") return mutation::safeFilename(given.get<std::string>());
+        if (argument == "note")
+            return std::to_string(
+                mutation::renderNote({.title = "Plan", .content = given.get<std::string>()}).size());
         return Json(notePathArgument(value ? Json{{"path", *value}} : Json::object())).dump();
     } catch (const ServerError& error) {
         return error.what();
@@ -38,7 +45,11 @@ std::string outcome(std::string_view argument, const Json& given) {
 // stay. The transcripts play the messages for the wrong kinds of value through the server; here are
 // the rest, the values that pass and those at and past each limit. Every form a tag may not take
 // (no text, a backslash, an empty, "." or ".." component) and paths that could leave the library are
-// the paths fuzz target's; what it cannot tell is that the paths below stay admitted.
+// the paths fuzz target's; what it cannot tell is that the paths below stay admitted. A file name
+// loses the characters a name cannot hold, blanks and dots from its ends, and is cut to 160
+// characters, not bytes, with nothing trimmed after the cut; category Zs is white space, category Cf
+// and control characters inside vanish, so a joined emoji falls apart. The note size limit covers
+// the whole file, header included.
 TEST(Validators, ArgumentsGiveTheirValueOrTheExactMessage) {
     const std::string folder = "folder must be a short string.",
                       title = "title must contain 1 to 1000 characters.",
@@ -48,6 +59,7 @@ TEST(Validators, ArgumentsGiveTheirValueOrTheExactMessage) {
                       outside = "path must identify a Markdown note inside the Vorlo library.";
     const std::string shortest(kMaximumShortStringCharacters, 'a'), longest(kMaximumTitleCharacters, 'x'),
         accented = repeated("e\u0301", kMaximumTitleCharacters), longestTag(kMaximumTagCharacters, 't');
+    const std::size_t header = mutation::renderNote({.title = "Plan"}).size();
     Json sameTag = Json::array(), tooMany = Json::array({"tag"});
     for (std::size_t i = 0; i < kMaximumTags; ++i) {
         sameTag.push_back(i % 2 ? "Tag" : "tag");
@@ -80,7 +92,16 @@ TEST(Validators, ArgumentsGiveTheirValueOrTheExactMessage) {
         {"tags", Json::array({longestTag + "t"}), invalid}, {"tags", Json::array({std::string("a\0b", 3)}), invalid},
         {"path", "Notes\\Plan.MD", "\"Notes/Plan.MD\""}, {"path", 3, "path is required."}, {"path", "", outside},
         {"path", "..\\a.md", outside}, {"path", "/etc/x.md", outside}, {"path", ".md.txt", outside},
-        {"path", "a.md/", outside}};
+        {"path", "a.md/", outside}, {"note", std::string(kMaximumNoteBytes - header, 'x'), std::to_string(kMaximumNoteBytes)},
+        {"note", std::string(kMaximumNoteBytes - header + 1, 'x'), "The note exceeds Vorlo's 16777216-byte limit."},
+        {"stem", "Plan", "Plan"}, {"stem", "Re: Plan/Q3", "Re PlanQ3"}, {"stem", "a\\b*c?d\"e<f>g|h", "abcdefgh"},
+        {"stem", "report.md", "report.md"}, {"stem", "  Trimmed\t\n", "Trimmed"}, {"stem", ".hidden", "hidden"},
+        {"stem", "\u00A0No-break\u3000", "No-break"}, {"stem", "..double..", "double"}, {"stem", ". spaced .", " spaced "},
+        {"stem", "Tab\tinside", "Tabinside"}, {"stem", "Zero\u200Bwidth", "Zerowidth"}, {"stem", "👩\u200D💻", "👩💻"},
+        {"stem", "", "Untitled"}, {"stem", "   ", "Untitled"}, {"stem", "...", "Untitled"}, {"stem", ":/|", "Untitled"},
+        {"stem", "vorlo data", "Untitled"}, {"stem", "VORLO DATA.", "Untitled"}, {"stem", "Vorlo Data 2", "Vorlo Data 2"},
+        {"stem", repeated("a", 200), repeated("a", 160)}, {"stem", repeated("e\u0301", 161), repeated("e\u0301", 160)},
+        {"stem", repeated("🇩🇪", 170), repeated("🇩🇪", 160)}, {"stem", repeated("a", 159) + " b", repeated("a", 159) + " "}};
     // clang-format on
     for (const auto& [argument, value, expected] : cases)
         EXPECT_EQ(outcome(argument, value), expected) << argument << " " << value.dump().substr(0, 60);
