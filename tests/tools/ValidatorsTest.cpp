@@ -14,6 +14,14 @@ namespace {
 
 const Json kAbsent = Json::value_t::discarded;
 
+// The size of a note titled "Plan" with `content` as its body.
+std::size_t planSize(std::string content) {
+    mutation::NoteFields fields;
+    fields.title = "Plan";
+    fields.content = std::move(content);
+    return mutation::renderNote(fields).size();
+}
+
 template <typename T> Json toJson(const std::optional<T>& value) {
     return value ? Json(*value) : Json();
 }
@@ -31,9 +39,7 @@ std::string outcome(std::string_view argument, const Json& given) {
         if (argument == "pinned") return toJson(optionalBoolean(value, "pinned")).dump();
         if (argument == "tags") return Json(noteTags(value)).dump();
         if (argument == "stem") return mutation::safeFilename(given.get<std::string>());
-        if (argument == "note")
-            return std::to_string(
-                mutation::renderNote({.title = "Plan", .content = given.get<std::string>()}).size());
+        if (argument == "note") return std::to_string(planSize(given.get<std::string>()));
         return Json(notePathArgument(value ? Json{{"path", *value}} : Json::object())).dump();
     } catch (const ServerError& error) {
         return error.what();
@@ -59,7 +65,7 @@ TEST(Validators, ArgumentsGiveTheirValueOrTheExactMessage) {
                       outside = "path must identify a Markdown note inside the Vorlo library.";
     const std::string shortest(kMaximumShortStringCharacters, 'a'), longest(kMaximumTitleCharacters, 'x'),
         accented = repeated("e\u0301", kMaximumTitleCharacters), longestTag(kMaximumTagCharacters, 't');
-    const std::size_t header = mutation::renderNote({.title = "Plan"}).size();
+    const std::size_t header = planSize("");
     Json sameTag = Json::array(), tooMany = Json::array({"tag"});
     for (std::size_t i = 0; i < kMaximumTags; ++i) {
         sameTag.push_back(i % 2 ? "Tag" : "tag");
