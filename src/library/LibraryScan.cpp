@@ -107,16 +107,21 @@ struct Candidate {
     std::string relativePath;
 };
 
-// Reads one batch of candidates and collects the notes among them, in the batch's order.
+// Reads one batch of candidates and collects the notes among them that `judge` (when there is one)
+// accepts, in the batch's order.
 void readBatch(fs::FileBatchReader& reader, std::vector<Candidate>& candidates,
-               std::vector<fs::FileRequest>& requests, std::vector<NoteFile>& notes) {
+               std::vector<fs::FileRequest>& requests, std::vector<NoteFile>& notes, const Judge& judge) {
     requests.clear();
     for (const Candidate& candidate : candidates)
         requests.push_back(fs::FileRequest{candidate.folder->get(), candidate.name.c_str()});
     std::size_t next = 0;
     reader.read(requests, [&](std::optional<fs::FileContents>&& contents) {
-        if (auto note = noteFromContents(std::move(contents), candidates[next++].relativePath))
+        auto note = noteFromContents(std::move(contents), candidates[next++].relativePath);
+        if (!note) return;
+        if (!judge || judge(*note))
             notes.push_back(std::move(*note));
+        else
+            reader.recycle(std::move(note->bytes));
     });
 }
 
@@ -132,12 +137,14 @@ void visitAll(std::vector<NoteFile>& notes, fs::FileBatchReader& reader,
 
 // Reads the walk's batches on several threads at once, each batch whole on one of them, while the
 // walk lists the folders ahead: opening and reading files is most of a scan's cost, and it is
-// kernel work that every core can do. Each thread, its batch read, waits for its turn and visits
-// the batch's notes, so the visitor sees every note in walk order, one call after the other, and
-// nothing it computes depends on timing; while one thread visits, the others read.
+// kernel work that every core can do. Each thread reads its batch and judges its notes, which
+// needs no order, then waits for its turn and visits the notes it kept, so the visitor sees every note in
+// walk order, one call after the other, and nothing it computes depends on timing; while one thread visits,
+// the others read.
 class SharedReading {
   public:
-    SharedReading(unsigned threads, const std::function<void(NoteFile&&)>& visit) : visit_(visit) {
+    SharedReading(unsigned threads, const std::function<void(NoteFile&&)>& visit, const JudgeMaker& judges)
+        : visit_(visit), judges_(judges) {
         for (unsigned i = 0; i < threads; ++i)
             threads_.emplace_back([this] { run(); });
     }
@@ -175,6 +182,7 @@ private:
         fs::FileBatchReader reader(kMaximumNoteBytes);
         std::vector<fs::FileRequest> requests;
         std::vector<NoteFile> notes;
+        Judge judge;
         for (;;) {
             std::vector<Candidate> batch;
             std::size_t number = 0;
@@ -189,7 +197,8 @@ private:
             }
             std::exception_ptr failure;
             try {
-                readBatch(reader, batch, requests, notes);
+                if (judges_ && !judge) judge = judges_();
+                readBatch(reader, batch, requests, notes, judge);
                 batch.clear(); // the folders' descriptors go as soon as their files are read
                 std::unique_lock lock(mutex_);
                 changed_.wait(lock, [&] { return visited_ == number || failure_ || closed_; });
@@ -209,6 +218,7 @@ private:
     }
 
     const std::function<void(NoteFile&&)>& visit_;
+    const JudgeMaker& judges_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<std::vector<Candidate>> waiting_;
@@ -227,7 +237,7 @@ private:
 // The candidates are read a batch at a time and visited in walk order; a folder's descriptor stays
 // open while a candidate in it waits for its batch.
 void walk(const std::string& libraryPath, const PathFilter& wanted,
-          const std::function<void(NoteFile&&)>& visit) {
+          const std::function<void(NoteFile&&)>& visit, const JudgeMaker& judges) {
     struct Level {
         std::shared_ptr<const fs::UniqueFd> fd;
         std::vector<fs::DirectoryEntry> entries;
@@ -248,17 +258,20 @@ void walk(const std::string& libraryPath, const PathFilter& wanted,
     const unsigned threads = std::min(process::usableProcessors(), 2u);
     std::optional<SharedReading> shared;
     std::optional<fs::FileBatchReader> reader;
-    if (threads > 1)
-        shared.emplace(threads, visit);
-    else
+    Judge judge;
+    if (threads > 1) {
+        shared.emplace(threads, visit, judges);
+    } else {
         reader.emplace(kMaximumNoteBytes);
+        if (judges) judge = judges();
+    }
     std::vector<Candidate> candidates;
     std::vector<fs::FileRequest> requests;
     std::vector<NoteFile> notes;
     const auto readCandidates = [&] {
         if (candidates.empty()) return;
         if (shared) return shared->hand(std::exchange(candidates, {}));
-        readBatch(*reader, candidates, requests, notes);
+        readBatch(*reader, candidates, requests, notes, judge);
         candidates.clear();
         visitAll(notes, *reader, visit);
     };
@@ -287,8 +300,8 @@ void walk(const std::string& libraryPath, const PathFilter& wanted,
 } // namespace
 
 void walkNoteFiles(const std::string& libraryPath, const std::function<void(NoteFile&&)>& visit,
-                   const PathFilter& wanted) {
-    walk(libraryPath, wanted, visit);
+                   const PathFilter& wanted, const JudgeMaker& judges) {
+    walk(libraryPath, wanted, visit, judges);
 }
 
 // The walk restricted to the entries whose names match the path's components, level by level.

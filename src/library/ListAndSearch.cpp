@@ -123,14 +123,22 @@ Json VorloMCPServer::listNotes(const Json& arguments) const {
     library::PathFilter inFolder;
     if (wantedFolder)
         inFolder = [&](std::string_view path) { return wantedFolder->matches(library::folderOf(path)); };
+    // The tags are found in the whole body, the costly part of a listing: that is done on the
+    // reading threads, before the notes are taken in order.
+    library::JudgeMaker tagged;
+    if (wantedTag)
+        tagged = [&] {
+            return [&wantedTag, scratch = std::string()](library::NoteFile& file) mutable {
+                return NoteView(file.bytes, scratch).anyTag([&](std::string_view t) {
+                    return wantedTag->matches(t);
+                });
+            };
+        };
     library::walkNoteFiles(
         libraryURL_,
         [&](library::NoteFile&& file) {
             const std::size_t position = total;
             const NoteView view(file.bytes, scratch);
-            if (wantedTag &&
-                !view.anyTag([&](std::string_view noteTag) { return wantedTag->matches(noteTag); }))
-                return;
             ++total;
             Entry entry{library::listingDate(view.parts().modified, file.modified), {}, position, {}};
             // A later note that ties with the worst kept one goes behind it, so the title, which costs a
@@ -141,7 +149,7 @@ Json VorloMCPServer::listNotes(const Json& arguments) const {
             entry.file = std::move(file);
             best.add(std::move(entry));
         },
-        inFolder);
+        inFolder, tagged);
 
     Json shown = Json::array();
     for (Entry& entry : best.take())
@@ -173,35 +181,40 @@ Json VorloMCPServer::searchNotes(const Json& arguments) const {
     };
     BestEntries<Entry, decltype(before)> best(static_cast<std::size_t>(limit), before);
     std::size_t total = 0;
-    std::size_t position = 0;
     std::string scratch;
 
     // A query that folds to nothing, such as a lone combining accent, matches no note rather than
     // all; the walk still runs, so that a library that cannot be read says so.
     library::PathFilter nothing;
     if (search.folded().empty()) nothing = [](std::string_view) { return false; };
+    // The matching is done on the reading threads, each with its own copy of the search, whose
+    // table of foldings grows as it meets characters; the notes that match come in walk order.
+    const library::JudgeMaker scored = [&] {
+        return [search, scratch = std::string()](library::NoteFile& file) mutable {
+            const NoteView view(file.bytes, scratch);
+            // 2 when the title holds the query, 1 when only the body or a tag does.
+            if (search.foundIn(library::noteTitle(view.parts(), file.relativePath)))
+                file.mark = 2;
+            else if (search.foundIn(view.body()) ||
+                     view.anyTag([&](std::string_view t) { return search.foundIn(t); }))
+                file.mark = 1;
+            return file.mark != 0;
+        };
+    };
     library::walkNoteFiles(
         libraryURL_,
         [&](library::NoteFile&& file) {
+            // Only the matches come, so their count is their position in the walk's order.
+            const std::size_t at = total++;
+            if (best.full() && file.mark < best.worst().score) return;
             const NoteView view(file.bytes, scratch);
-            // 2 when the title holds the query, 1 when only the body or a tag does.
-            int score = 0;
-            if (search.foundIn(library::noteTitle(view.parts(), file.relativePath)))
-                score = 2;
-            else if (search.foundIn(view.body()) ||
-                     view.anyTag([&](std::string_view t) { return search.foundIn(t); }))
-                score = 1;
-            const std::size_t at = position++;
-            if (score == 0) return;
-            ++total;
-            if (best.full() && score < best.worst().score) return;
             Entry entry{
-                score, library::shownModified(view.parts().modified, file.modified).value_or(""), at, {}};
+                file.mark, library::shownModified(view.parts().modified, file.modified).value_or(""), at, {}};
             if (best.full() && !before(entry, best.worst())) return;
             entry.file = std::move(file);
             best.add(std::move(entry));
         },
-        nothing);
+        nothing, scored);
 
     Json shown = Json::array();
     for (Entry& entry : best.take()) {
