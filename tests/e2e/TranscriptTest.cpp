@@ -34,6 +34,7 @@
 // cases of locks.txt wait for locks: they run all at once, as one test.
 #include "e2e/Reliability.h"
 #include "platform/Errors.h"
+#include "support/Split.h"
 #include "tools/Limits.h"
 
 #include <gmock/gmock.h>
@@ -46,13 +47,6 @@ using Steps = std::vector<std::string>;
 void replaceAll(std::string& text, std::string_view from, std::string_view to) {
     for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
         text.replace(at, from.size(), to);
-}
-
-std::vector<std::string> split(const std::string& text, std::string_view separator) {
-    std::vector<std::string> parts;
-    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + separator.size())
-        parts.push_back(text.substr(start, (end = text.find(separator, start)) - start));
-    return parts;
 }
 
 // `text` cut at the first `separator`: what precedes it, and what follows if it occurs.

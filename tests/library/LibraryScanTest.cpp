@@ -14,6 +14,7 @@
 #include "platform/Process.h"
 #include "platform/Time.h"
 #include "support/IoMode.h"
+#include "support/Split.h"
 #include "support/TempLibrary.h"
 #include "tools/Limits.h"
 
@@ -31,13 +32,6 @@ namespace {
 
 using library::NoteFile;
 
-std::vector<std::string> split(std::string_view text, char separator) {
-    std::vector<std::string> pieces(1);
-    for (const char c : text)
-        c == separator ? (void)pieces.emplace_back() : pieces.back().push_back(c);
-    return pieces;
-}
-
 // A name is a stem and an extension, each in one of the spellings of its group ("|" between them),
 // which compare equal: in case, by full case folding (the Kelvin sign is k, "\u00df" is "ss"), by
 // canonical equivalence (the Ohm sign is omega; marks in either order). Stems 9 and 10 are not
@@ -49,8 +43,8 @@ const std::vector<std::string> kStems =
           "\u2126|\u03c9|\u03a9;\u1e69|s\u0323\u0307|s\u0307\u0323|\u1e68;Vorlo Data|vorlo data|VORLO DATA;"
           "~draft|~DRAFT;a|A;\xff;x\xc3|X\xc3;\xef\xbf\xbd;\xe2\x88\x95;\ufb01le|file|FILE;\u0130|i\u0307|"
           "I\u0307;\u0131",
-          ';');
-const std::vector<std::string> kExtensions = split(".md|.MD|.Md|.mD;;.txt|.TXT;.markdown", ';');
+          ";");
+const std::vector<std::string> kExtensions = split(".md|.MD|.Md|.mD;;.txt|.TXT;.markdown", ";");
 struct Name {
     std::size_t stem, extension;
     bool hidden;
@@ -77,7 +71,7 @@ struct GeneratedLibrary {
 
     std::size_t below(std::size_t count) { return static_cast<std::size_t>(random() % count); }
     template <class T> const T& pick(const std::vector<T>& items) { return items[below(items.size())]; }
-    std::string pick(std::string_view choices) { return pick(split(choices, '|')); }
+    std::string pick(std::string_view choices) { return pick(split(choices, "|")); }
     std::string spell(const std::vector<Name>& names) {
         std::string path;
         for (const Name& name : names)
