@@ -544,25 +544,25 @@ std::vector<Row> SizeRun::run() {
     // the run shows in both sides of every ratio. The notes that create_note made go first.
     for (const auto& entry : fs::directory_iterator(library_ / kScratchFolder))
         if (entry.path() != library_ / scratch_.path) fs::remove_all(entry.path());
-    // The scans once more with one system call at a time, side by side with the default: which way
-    // of reading wins differs from machine to machine.
-    ServerClient plainServer(options_.server, preferences_.string(), {"VORLO_MCP_IO=sync"});
-    plainServer.request("initialize", {{"protocolVersion", "2025-06-18"},
-                                       {"capabilities", Json::object()},
-                                       {"clientInfo", {{"name", "vorlo-bench"}, {"version", "1"}}}});
+    // The scans once more through the submission ring, side by side with the default of one system
+    // call at a time: which way of reading wins differs from machine to machine.
+    ServerClient ringServer(options_.server, preferences_.string(), {"VORLO_MCP_IO=ring"});
+    ringServer.request("initialize", {{"protocolVersion", "2025-06-18"},
+                                      {"capabilities", Json::object()},
+                                      {"clientInfo", {{"name", "vorlo-bench"}, {"version", "1"}}}});
     for (auto& operation : operations()) {
         if (operation.target != Operation::Target::FloorShare) continue;
         std::cerr << "vorlo-bench: " << notes_ << " notes: " << operation.label
-                  << ", VORLO_MCP_IO=sync ...\n";
-        Samples samples = measure(plainServer, operation);
+                  << ", VORLO_MCP_IO=ring ...\n";
+        Samples samples = measure(ringServer, operation);
         const auto beside = std::find_if(measured.begin(), measured.end(), [&](const auto& entry) {
             return entry.first.label == operation.label;
         });
-        operation.label += ", VORLO_MCP_IO=sync";
+        operation.label += ", VORLO_MCP_IO=ring";
         measured.emplace(beside == measured.end() ? beside : beside + 1, std::move(operation),
                          std::move(samples));
     }
-    checks_.expect(plainServer.finish() == 0, "the session with VORLO_MCP_IO=sync ends with status 0");
+    checks_.expect(ringServer.finish() == 0, "the session with VORLO_MCP_IO=ring ends with status 0");
     Samples durableInMemory;
     const auto inMemory = measureWritesInMemory(durableInMemory);
     if (!options_.quick) {

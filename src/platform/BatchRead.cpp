@@ -26,9 +26,9 @@ constexpr std::size_t kLargestSpareBuffer = 1 << 20;
 
 } // namespace
 
-bool plainReadsChosen() {
+bool ringChosen() {
     const char* value = std::getenv("VORLO_MCP_IO");
-    return value != nullptr && std::strcmp(value, "sync") == 0;
+    return value != nullptr && std::strcmp(value, "ring") == 0;
 }
 
 #ifdef VORLO_HAVE_URING
@@ -95,7 +95,7 @@ struct FileBatchReader::Ring {
 #endif
 
 FileBatchReader::FileBatchReader(std::uint64_t maximumBytes) : maximumBytes_(maximumBytes) {
-    if (!plainReadsChosen()) ring_ = Ring::open();
+    if (ringChosen()) ring_ = Ring::open();
 }
 
 FileBatchReader::~FileBatchReader() = default;

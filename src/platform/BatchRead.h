@@ -13,9 +13,10 @@
 
 namespace vorlo::fs {
 
-// True when VORLO_MCP_IO=sync asks for the plain way: one system call at a time.
-// Tests run every reading path both ways and compare.
-bool plainReadsChosen();
+// True when VORLO_MCP_IO=ring asks for the kernel's submission ring. The plain way, one system call
+// at a time, is the default: with the walk's two reading threads it was as fast or faster on every
+// machine we measured (bench/RESULTS.md). Tests run every reading path both ways and compare.
+bool ringChosen();
 
 // `name` in the open folder `directoryFd`; both must stay valid while the batch is read.
 struct FileRequest {
@@ -25,8 +26,8 @@ struct FileRequest {
 
 // Reads each file with the checks and the outcome of readRegularFileAt: never through a final
 // link, never blocking on a FIFO, only a regular file of at most `maximumBytes`, judged on what was
-// actually opened. Through the kernel's submission ring where the system has one, else one call at
-// a time; plainReadsChosen() chooses the second way. Both give the same results.
+// actually opened. One call at a time, or through the kernel's submission ring when ringChosen() and
+// the system has one. Both give the same results.
 class FileBatchReader {
   public:
     // The most requests that one call of read() takes.

@@ -255,9 +255,9 @@ Json reference(const std::vector<NoteRecord>& notes, const std::vector<Json>& su
 TEST(LibraryScan, EveryWayOfReadingGivesThePlainRecordsAndListAndSearchTheirFullSort) {
     GeneratedLibrary generated(7, 120);
     const TempLibrary& library = generated.library;
-    std::optional<IoMode> sync(std::in_place, "sync");
+    std::optional<IoMode> plainWay(std::in_place, "");
     const auto plain = library.server().scanNotes();
-    sync.reset();
+    plainWay.reset();
     ASSERT_GT(plain.size(), 200u);
     // A library that is missing, a file or a link is refused whole: the walk never starts through a
     // link (the message is pinned by the reading transcripts).

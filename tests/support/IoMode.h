@@ -1,7 +1,7 @@
 #pragma once
-// Chooses how the walk reads for the life of the object: "sync" forces the plain way, one call at a
-// time; "" leaves the choice to the system (the submission ring where there is one); "one core" is
-// the system's choice on a machine of one processor, where the walk reads on its own thread, made
+// Chooses how the walk reads for the life of the object: "" is the default, one call at a time;
+// "ring" asks for the submission ring (the plain way where the system has none); "one core" is the
+// default on a machine of one processor, where the walk reads on its own thread, made
 // by pinning the calling thread, whose mask the scan consults, to one.
 
 #include <cstdlib>
@@ -40,9 +40,9 @@ class IoMode {
 };
 
 // The modes every test of reading runs under, and their names in test names.
-inline const char* const kIoModes[] = {"sync", "", "one core"};
+inline const char* const kIoModes[] = {"", "ring", "one core"};
 inline std::string ioModeName(const std::string& mode) {
-    return mode.empty() ? "auto" : mode == "one core" ? "oneCore" : mode;
+    return mode.empty() ? "plain" : mode == "one core" ? "oneCore" : mode;
 }
 
 } // namespace vorlo::testing
