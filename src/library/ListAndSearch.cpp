@@ -49,14 +49,16 @@ class NoteView {
     const library::NoteParts& parts() const { return parts_; }
     std::string_view body() const { return text_.substr(parts_.bodyStart); }
 
-    // Header tags then inline tags, each spelling once: the record's tag list before canonically
-    // equivalent spellings go, which changes nothing for a test of whether any of them qualifies.
+    // Header tags then inline tags: the record's tag list with its repeats and canonically
+    // equivalent spellings still in, which changes nothing for a test of whether any of them
+    // qualifies. The inline ones are tested as they are found, with no set of the distinct ones.
     template <typename Predicate> bool anyTag(Predicate qualifies) const {
         if (parts_.tags)
             if (const auto tags = decodeDistinctJsonStringArray(*parts_.tags))
                 if (std::any_of(tags->begin(), tags->end(), qualifies)) return true;
-        const auto inline_ = library::distinctInlineTags(body());
-        return std::any_of(inline_.begin(), inline_.end(), qualifies);
+        bool found = false;
+        library::forEachInlineTag(body(), [&](std::string_view tag) { return !(found = qualifies(tag)); });
+        return found;
     }
 
   private:

@@ -63,17 +63,23 @@ std::vector<std::string> mergeTags(std::vector<std::string> headerTags,
 
 } // namespace
 
+// The text between carriage returns moves down in one piece: a line is copied, not each byte.
 void normaliseLineEnds(std::string& text) {
-    const char* firstReturn = static_cast<const char*>(std::memchr(text.data(), '\r', text.size()));
-    if (firstReturn == nullptr) return;
-    std::size_t write = static_cast<std::size_t>(firstReturn - text.data());
-    for (std::size_t read = write; read < text.size(); ++read) {
-        if (text[read] == '\r') {
-            text[write++] = '\n';
-            if (read + 1 < text.size() && text[read + 1] == '\n') ++read;
-        } else {
-            text[write++] = text[read];
-        }
+    char* const data = text.data();
+    const std::size_t size = text.size();
+    const auto nextReturn = [&](std::size_t from) {
+        const void* found = std::memchr(data + from, '\r', size - from);
+        return found == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(found) - data);
+    };
+    std::size_t write = nextReturn(0);
+    std::size_t read = write;
+    while (read < size) { // text[read] is a carriage return
+        data[write++] = '\n';
+        read += read + 1 < size && data[read + 1] == '\n' ? 2 : 1;
+        const std::size_t end = nextReturn(read);
+        std::memmove(data + write, data + read, end - read);
+        write += end - read;
+        read = end;
     }
     text.resize(write);
 }

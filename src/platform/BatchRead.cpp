@@ -123,7 +123,7 @@ void FileBatchReader::read(std::span<const FileRequest> requests,
         return;
     }
     for (const FileRequest& request : requests)
-        deliver(readRegularFileAt(request.directoryFd, request.name, maximumBytes_));
+        deliver(readRegularFileAt(request.directoryFd, request.name, maximumBytes_, nullptr, takeBuffer(0)));
 }
 
 #ifdef VORLO_HAVE_URING

@@ -95,13 +95,14 @@ static std::string openedPath(int fd) {
 #endif
 }
 
-static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t maximumBytes, int* errorNumber);
+static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t maximumBytes,
+                                              int* errorNumber, std::string buffer = {});
 
 std::optional<FileContents> readRegularFileAt(int directoryFd, const char* name, std::uint64_t maximumBytes,
-                                              int* errorNumber) {
+                                              int* errorNumber, std::string buffer) {
     const UniqueFd fd = openForReading(directoryFd, name, errorNumber);
     if (!fd) return std::nullopt;
-    return readOpened(fd, maximumBytes, errorNumber);
+    return readOpened(fd, maximumBytes, errorNumber, std::move(buffer));
 }
 
 std::optional<FileContents> readRegularFileInside(const std::string& path, const std::string& root,
@@ -118,7 +119,8 @@ std::optional<FileContents> readRegularFileInside(const std::string& path, const
     return readOpened(fd, maximumBytes, errorNumber);
 }
 
-static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t maximumBytes, int* errorNumber) {
+static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t maximumBytes,
+                                              int* errorNumber, std::string buffer) {
     struct stat status;
     if (::fstat(fd.get(), &status) != 0) {
         setError(errorNumber, errno);
@@ -132,10 +134,12 @@ static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t 
         setError(errorNumber, EFBIG);
         return std::nullopt;
     }
-    FileContents contents;
-    contents.modified = timestampOf(status);
-    // One byte more than the size, so that a file that grew since fstat is noticed at its end.
-    std::size_t capacity = static_cast<std::size_t>(status.st_size) + 1;
+    FileContents contents{std::move(buffer), timestampOf(status)};
+    // One byte more than the size, so that a file that grew since fstat is noticed at its end. A
+    // read that stops short with exactly the size in hand has met the end: asking again for the
+    // nothing that follows would cost a system call per file.
+    const auto size = static_cast<std::size_t>(status.st_size);
+    std::size_t capacity = size + 1;
     contents.bytes.resize(capacity);
     std::size_t filled = 0;
     for (;;) {
@@ -151,7 +155,9 @@ static std::optional<FileContents> readOpened(const UniqueFd& fd, std::uint64_t 
             return std::nullopt;
         }
         if (n == 0) break;
+        const bool short_ = static_cast<std::size_t>(n) < capacity - filled;
         filled += static_cast<std::size_t>(n);
+        if (short_ && filled == size) break;
     }
     if (filled > maximumBytes) {
         setError(errorNumber, EFBIG);
@@ -215,7 +221,7 @@ std::string standardizedPath(std::string_view path) {
         if (i > 0) out += '/';
         out += parts[i];
     }
-    if (out.empty()) out = absolute ? "/" : ".";
+    if (out.empty()) out.assign(1, absolute ? '/' : '.');
     return out;
 }
 

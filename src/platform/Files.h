@@ -61,9 +61,10 @@ std::optional<FileContents> readRegularFile(const std::string& path, std::uint64
 // both sides; EXDEV when it lies elsewhere. Folders swapped for links on the way cannot lead out.
 std::optional<FileContents> readRegularFileInside(const std::string& path, const std::string& root,
                                                   std::uint64_t maximumBytes, int* errorNumber = nullptr);
-// The same as readRegularFile, for `name` inside the open folder `directoryFd`.
+// The same as readRegularFile, for `name` inside the open folder `directoryFd`. The bytes go into
+// `buffer`, whose capacity a caller reading many files hands on from one to the next.
 std::optional<FileContents> readRegularFileAt(int directoryFd, const char* name, std::uint64_t maximumBytes,
-                                              int* errorNumber = nullptr);
+                                              int* errorNumber = nullptr, std::string buffer = {});
 
 // One level of a folder, hidden entries left out, in the order the file system gives. Absent when
 // the folder cannot be opened. The kind is that of each entry itself.

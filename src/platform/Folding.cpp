@@ -342,8 +342,15 @@ FoldedSearch::FoldedSearch(std::string_view query)
 // independent; Hangul jamo, Indic vowel signs and the like are not, and their stretch goes whole
 // through ICU.
 const FoldedSearch::CharacterFolding& FoldedSearch::characterFolding(char32_t c) const {
-    const auto known = characters_.find(c);
-    if (known != characters_.end()) return known->second;
+    constexpr char32_t kTwoByteEnd = 0x800;
+    std::uint32_t* position = nullptr;
+    if (c < kTwoByteEnd) {
+        if (twoBytePositions_.empty()) twoBytePositions_.resize(kTwoByteEnd);
+        position = &twoBytePositions_[c];
+    } else {
+        position = &otherPositions_[c];
+    }
+    if (*position != 0) return foldings_[*position - 1];
     CharacterFolding folding;
     std::string one;
     const auto cp = static_cast<UChar32>(c);
@@ -375,7 +382,9 @@ const FoldedSearch::CharacterFolding& FoldedSearch::characterFolding(char32_t c)
         }
         folding.independent = independent;
     }
-    return characters_.emplace(c, std::move(folding)).first->second;
+    foldings_.push_back(std::move(folding));
+    *position = static_cast<std::uint32_t>(foldings_.size());
+    return foldings_.back();
 }
 
 // Appends the folding of `stretch` when all its code points are independent; else appends

@@ -2,10 +2,12 @@
 // Case- and diacritic-insensitive folding, and searching text as if it were folded.
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace vorlo::text {
 
@@ -34,7 +36,11 @@ private:
     std::string folded_;
     bool turkic_ = false;
     bool asciiNeedle_ = false;
-    mutable std::unordered_map<char32_t, CharacterFolding> characters_; // for this query's texts only
+    // For this query's texts only: the foldings met so far, found for the two-byte code points
+    // (Latin, Greek, Cyrillic, Hebrew, Arabic) by a table of their positions, for others by a map.
+    mutable std::vector<CharacterFolding> foldings_;
+    mutable std::vector<std::uint32_t> twoBytePositions_; // position + 1, or 0 when not met yet
+    mutable std::unordered_map<char32_t, std::uint32_t> otherPositions_;
 
     const CharacterFolding& characterFolding(char32_t c) const;
     bool appendFoldedByCharacters(std::string_view stretch, std::string& out) const;

@@ -29,9 +29,11 @@ TEST(NoteParser, ReadsFrontMatterBodyAndTagsAndTakesFolderAndDefaultTitleFromThe
         {"---\ntitle: \"A\"\n---\nB\n---\ntitle: \"C\"\n", "A|B\n---\ntitle: \"C\"\n"},
         {"---\r\ntitle: \"A\"\r\n---\r\nB\r\n", "A|B\n"},
         {"---\rtitle: \"A\"\r---\rB\r", "A|B\n"},
+        {"---\ntitle: \"A\"\r\n---\r\rB\r\r\nC\rD\n\r", "A|\nB\n\nC\nD\n\n"}, // mixed line ends
         {"\xEF\xBB\xBF---\ntitle: \"A\"\n---\n", "Trip.plan|\xEF\xBB\xBF---\ntitle: \"A\"\n---\n"},
         {"---\ntitle: \"Plans: 2024\"\n---\n", "Plans: 2024|"},
-        {"---\ntitle: Groceries\n---\n", "Trip.plan|"}, {"---\ntitle: Plan\"\n---\n", "Trip.plan|"},
+        {"---\ntitle: Groceries\n---\n", "Trip.plan|"},
+        {"---\ntitle: Plan\"\n---\n", "Trip.plan|"},
         {"---\ntitle: \"\"\n---\n", "|"},
         {"---\ntitle: \"A\"\ntitle: B\n---\n", "Trip.plan|"}, // the last line decides, even when unusable
         {"---\n\ttitle\u3000:\t \"A\"\u3000 \n---\n", "A|"},
