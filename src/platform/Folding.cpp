@@ -381,6 +381,8 @@ const FoldedSearch::CharacterFolding& FoldedSearch::characterFolding(char32_t c)
             }
         }
         folding.independent = independent;
+        folding.keepsMatchesApart = independent && !folding.folded.empty() &&
+                                    folding.folded.find_first_of(folded_) == std::string::npos;
     }
     foldings_.push_back(std::move(folding));
     *position = static_cast<std::uint32_t>(foldings_.size());
@@ -425,6 +427,8 @@ bool FoldedSearch::foundIn(std::string_view text) const {
         return ::memmem(folded.data(), folded.size(), needle.data(), needle.size()) != nullptr;
     }
     if (ascii) return asciiNeedle_ && containsLowered(text, needle);
+    if (asciiNeedle_)
+        if (const std::optional<bool> found = asciiNeedleFoundIn(text)) return *found;
 
     constexpr std::size_t kWindowBytes = 65536;
     // Runs at least this long are searched where they stand, which costs less than copying them.
@@ -461,6 +465,60 @@ bool FoldedSearch::foundIn(std::string_view text) const {
             return !(found = grown());
         });
     return found || searchWindow();
+}
+
+// An ASCII needle in text whose every character folds on its own, so that the folded text is the
+// folded characters one after the other; absent for other text. A match then either lies in ASCII
+// alone, where the text is searched as it stands (an ASCII character folds to itself lowered, and
+// nothing that follows it composes with it: FoldingTest checks that over all of Unicode), or takes
+// at least one byte from another character's folding, which must then hold a byte of the needle
+// (an "ü" for "sum", not for "set"), or reaches across one that folds to nothing (a nonspacing
+// mark). Only the stretches around those characters are folded: the needle's length less one byte
+// to each side, never across a character whose folding keeps matches apart (CJK, emoji, and most
+// accented letters for most needles), which no match crosses.
+std::optional<bool> FoldedSearch::asciiNeedleFoundIn(std::string_view text) const {
+    const std::string_view needle = folded_;
+    if (containsLowered(text, needle)) return true;
+    const std::size_t reach = needle.size() - 1;
+    // Bytes of text folded at a time, so the window stays small however long a stretch is; the cuts
+    // fall between characters, all of which fold on their own here.
+    constexpr std::size_t kSlice = 16384;
+    thread_local std::string window;
+    std::size_t from = 0;
+    std::size_t to = 0; // the stretch still to fold, when from < to
+    const auto searchStretch = [&] {
+        window.clear();
+        while (from < to) {
+            std::size_t end = std::min(to, from + kSlice);
+            while (end < to && isContinuation(static_cast<unsigned char>(text[end])))
+                ++end;
+            appendFoldedByCharacters(text.substr(from, end - from), window);
+            from = end;
+            if (window.size() < needle.size()) continue;
+            if (::memmem(window.data(), window.size(), needle.data(), needle.size()) != nullptr) return true;
+            window.erase(0, window.size() - reach);
+        }
+        return false;
+    };
+    std::size_t apartEnd = 0; // the end of the last character that keeps matches apart
+    for (std::size_t at = firstNonAscii(text, 0); at < text.size(); at = firstNonAscii(text, at)) {
+        const std::size_t start = at;
+        const CharacterFolding& folding = characterFolding(nextCodePoint(text, at));
+        if (!folding.independent) return std::nullopt;
+        if (folding.keepsMatchesApart) {
+            to = std::min(to, start);
+            if (searchStretch()) return true;
+            apartEnd = at;
+            continue;
+        }
+        const std::size_t left = std::max(apartEnd, start > reach ? start - reach : 0);
+        if (left > to) { // too far from the stretch so far for one match to hold bytes of both
+            if (searchStretch()) return true;
+            from = left;
+        }
+        to = std::min(text.size(), at + reach);
+    }
+    return searchStretch();
 }
 
 std::string canonicalComposition(std::string_view text) {

@@ -19,8 +19,9 @@ std::string foldWithoutLocale(std::string_view text);
 
 // A query folded once with the current locale, then looked for in many texts as if each were folded
 // the same way: foundIn(t) is exactly fold(t).find(folded()) != npos. A text of ASCII alone is
-// matched without a folded copy; others are folded piece by piece into a bounded window, without
-// ICU wherever their characters fold one by one. One object serves one thread.
+// matched without a folded copy, and so is mixed text for an ASCII query, but for the few stretches
+// where a match may take bytes from other characters; the rest is folded piece by piece into a
+// bounded window, without ICU wherever characters fold one by one. One object serves one thread.
 class FoldedSearch {
 public:
     explicit FoldedSearch(std::string_view query);
@@ -31,6 +32,9 @@ private:
     // How one code point folds where it stands among others; see characterFolding().
     struct CharacterFolding {
         bool independent = false;
+        // Independent, and folds to something without a single byte of the needle: no match can
+        // take a byte from it or reach across it.
+        bool keepsMatchesApart = false;
         std::string folded;
     };
     std::string folded_;
@@ -43,6 +47,7 @@ private:
     mutable std::unordered_map<char32_t, std::uint32_t> otherPositions_;
 
     const CharacterFolding& characterFolding(char32_t c) const;
+    std::optional<bool> asciiNeedleFoundIn(std::string_view text) const;
     bool appendFoldedByCharacters(std::string_view stretch, std::string& out) const;
 };
 
