@@ -187,7 +187,8 @@ TEST(FoldedSearch, AgreesWithFoldingTheWholeTextAndEachCharacter) {
         {repeated("e\u0301", 9000) + "Target", "target", 9000}, {units(37500), "needle", std::nullopt},
         {units(37500) + "N\u00c9edle", "needle", 150000}, {phraseAfter(8192), "creme brulee", 32768},
         {phraseAfter(10922), "creme brulee", 43688}, {phraseAfter(21845), "creme brulee", 87380},
-        {"x\u1100\u1161y", "\uac00", 1}, {"x\u0b47\u0b3ey", "\u0b4b", 0}};
+        {"x\u1100\u1161y", "\uac00", 1}, {"x\u0b47\u0b3ey", "\u0b4b", 0},
+        {repeated("\u00e9", 8190) + "\u00fcber", "euber", 8189}}; // across the cut of a 16 KiB slice
     // clang-format on
     for (const auto& [text, needle, offset] : cases) {
         EXPECT_EQ(findFoldedCharacterOffset(text, needle), offset) << text.substr(0, 40) << " / " << needle;
