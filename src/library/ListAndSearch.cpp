@@ -49,13 +49,14 @@ class NoteView {
     const library::NoteParts& parts() const { return parts_; }
     std::string_view body() const { return text_.substr(parts_.bodyStart); }
 
-    // Header tags then inline tags: the record's tag list with its repeats and canonically
-    // equivalent spellings still in, which changes nothing for a test of whether any of them
-    // qualifies. The inline ones are tested as they are found, with no set of the distinct ones.
-    template <typename Predicate> bool anyTag(Predicate qualifies) const {
+    // Header tags then, unless left out, inline tags: the record's tag list with its repeats and
+    // canonically equivalent spellings still in, which changes nothing for a test of whether any of
+    // them qualifies. The inline ones are tested as they are found, with no set of the distinct ones.
+    template <typename Predicate> bool anyTag(Predicate qualifies, bool inlineTags = true) const {
         if (parts_.tags)
             if (const auto tags = decodeDistinctJsonStringArray(*parts_.tags))
                 if (std::any_of(tags->begin(), tags->end(), qualifies)) return true;
+        if (!inlineTags) return false;
         bool found = false;
         library::forEachInlineTag(body(), [&](std::string_view tag) { return !(found = qualifies(tag)); });
         return found;
@@ -194,11 +195,13 @@ Json VorloMCPServer::searchNotes(const Json& arguments) const {
     const library::JudgeMaker scored = [&] {
         return [search, scratch = std::string()](library::NoteFile& file) mutable {
             const NoteView view(file.bytes, scratch);
-            // 2 when the title holds the query, 1 when only the body or a tag does.
+            // 2 when the title holds the query, 1 when only the body or a tag does. An inline tag is
+            // a stretch of the body, so when no stretch of the body can hold the query, none holds it.
+            bool noStretchOfBody = false;
             if (search.foundIn(library::noteTitle(view.parts(), file.relativePath)))
                 file.mark = 2;
-            else if (search.foundIn(view.body()) ||
-                     view.anyTag([&](std::string_view t) { return search.foundIn(t); }))
+            else if (search.foundIn(view.body(), &noStretchOfBody) ||
+                     view.anyTag([&](std::string_view t) { return search.foundIn(t); }, !noStretchOfBody))
                 file.mark = 1;
             return file.mark != 0;
         };

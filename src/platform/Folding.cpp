@@ -342,11 +342,11 @@ FoldedSearch::FoldedSearch(std::string_view query)
 // independent; Hangul jamo, Indic vowel signs and the like are not, and their stretch goes whole
 // through ICU.
 const FoldedSearch::CharacterFolding& FoldedSearch::characterFolding(char32_t c) const {
-    constexpr char32_t kTwoByteEnd = 0x800;
+    constexpr char32_t kBmpEnd = 0x10000;
     std::uint32_t* position = nullptr;
-    if (c < kTwoByteEnd) {
-        if (twoBytePositions_.empty()) twoBytePositions_.resize(kTwoByteEnd);
-        position = &twoBytePositions_[c];
+    if (c < kBmpEnd) {
+        if (bmpPositions_.empty()) bmpPositions_.resize(kBmpEnd);
+        position = &bmpPositions_[c];
     } else {
         position = &otherPositions_[c];
     }
@@ -417,8 +417,9 @@ bool FoldedSearch::appendFoldedByCharacters(std::string_view stretch, std::strin
 // where it stands instead; a match that does not lie in it reaches at most needle-length - 1 bytes
 // into it at either end, so only those ends go into the window, and the window is searched and
 // emptied between them.
-bool FoldedSearch::foundIn(std::string_view text) const {
+bool FoldedSearch::foundIn(std::string_view text, bool* partsLack) const {
     const std::string_view needle = folded_;
+    if (partsLack != nullptr) *partsLack = false;
     if (needle.empty()) return true;
     const bool ascii = isAscii(text);
     // Turkic folding turns an ASCII "I" into a dotless i, two bytes: that rare case takes the plain road.
@@ -426,9 +427,13 @@ bool FoldedSearch::foundIn(std::string_view text) const {
         const std::string folded = foldText(text, true);
         return ::memmem(folded.data(), folded.size(), needle.data(), needle.size()) != nullptr;
     }
-    if (ascii) return asciiNeedle_ && containsLowered(text, needle);
+    const auto lacking = [&] {
+        if (partsLack != nullptr) *partsLack = true;
+        return false;
+    };
+    if (ascii) return (asciiNeedle_ && containsLowered(text, needle)) || lacking();
     if (asciiNeedle_)
-        if (const std::optional<bool> found = asciiNeedleFoundIn(text)) return *found;
+        if (const std::optional<bool> found = asciiNeedleFoundIn(text)) return *found || lacking();
 
     constexpr std::size_t kWindowBytes = 65536;
     // Runs at least this long are searched where they stand, which costs less than copying them.

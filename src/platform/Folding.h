@@ -26,9 +26,11 @@ class FoldedSearch {
 public:
     explicit FoldedSearch(std::string_view query);
     const std::string& folded() const { return folded_; }
-    bool foundIn(std::string_view text) const;
+    // `partsLack`, when given, is set when the text lacks the query and folds one character at a
+    // time, so that no stretch of it cut between two characters can hold the query either.
+    bool foundIn(std::string_view text, bool* partsLack = nullptr) const;
 
-private:
+  private:
     // How one code point folds where it stands among others; see characterFolding().
     struct CharacterFolding {
         bool independent = false;
@@ -40,10 +42,11 @@ private:
     std::string folded_;
     bool turkic_ = false;
     bool asciiNeedle_ = false;
-    // For this query's texts only: the foldings met so far, found for the two-byte code points
-    // (Latin, Greek, Cyrillic, Hebrew, Arabic) by a table of their positions, for others by a map.
+    // For this query's texts only: the foldings met so far, found for the code points of the Basic
+    // Multilingual Plane (every script in common use) by a table of their positions, for the rest
+    // (emoji, historic scripts) by a map.
     mutable std::vector<CharacterFolding> foldings_;
-    mutable std::vector<std::uint32_t> twoBytePositions_; // position + 1, or 0 when not met yet
+    mutable std::vector<std::uint32_t> bmpPositions_; // position + 1, or 0 when not met yet
     mutable std::unordered_map<char32_t, std::uint32_t> otherPositions_;
 
     const CharacterFolding& characterFolding(char32_t c) const;

@@ -41,21 +41,4 @@ bool isValidUtf8(std::string_view bytes) {
 
 bool isAscii(std::string_view bytes) { return firstNonAscii(bytes, 0) == bytes.size(); }
 
-char32_t nextCodePoint(std::string_view text, std::size_t& offset) {
-    const auto lead = static_cast<unsigned char>(text[offset]);
-    if (lead < 0x80) {
-        ++offset;
-        return lead;
-    }
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (text.size() - offset < length) { // not valid UTF-8, against the contract: stay in bounds
-        offset = text.size();
-        return 0xFFFD;
-    }
-    char32_t c = lead & (0x3F >> (length - 1));
-    for (std::size_t k = 1; k < length; ++k) c = c << 6 | (static_cast<unsigned char>(text[offset + k]) & 0x3F);
-    offset += length;
-    return c;
-}
-
 } // namespace vorlo::text

@@ -16,9 +16,6 @@ namespace vorlo::text {
 bool isValidUtf8(std::string_view bytes);
 bool isAscii(std::string_view bytes);
 
-// Decodes the code point at `offset` of valid UTF-8 and moves `offset` behind it.
-char32_t nextCodePoint(std::string_view text, std::size_t& offset);
-
 inline bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
 inline char lowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -50,6 +47,25 @@ inline std::size_t firstNonAscii(std::string_view text, std::size_t from) {
 inline std::size_t firstAscii(std::string_view text, std::size_t from) {
     while (from < text.size() && static_cast<unsigned char>(text[from]) >= 0x80) ++from;
     return from;
+}
+
+// Decodes the code point at `offset` of valid UTF-8 and moves `offset` behind it.
+inline char32_t nextCodePoint(std::string_view text, std::size_t& offset) {
+    const auto lead = static_cast<unsigned char>(text[offset]);
+    if (lead < 0x80) {
+        ++offset;
+        return lead;
+    }
+    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (text.size() - offset < length) { // not valid UTF-8, against the contract: stay in bounds
+        offset = text.size();
+        return 0xFFFD;
+    }
+    char32_t c = lead & (0x3F >> (length - 1));
+    for (std::size_t k = 1; k < length; ++k)
+        c = c << 6 | (static_cast<unsigned char>(text[offset + k]) & 0x3F);
+    offset += length;
+    return c;
 }
 
 } // namespace vorlo::text

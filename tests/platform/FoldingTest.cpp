@@ -138,8 +138,20 @@ TEST(FoldedSearch, AgreesWithFoldingTheWholeTextAndEachCharacter) {
             // Now and then a query longer than half a long run, whose ends then overlap.
             const FoldedSearch search(round % 50 == 0 ? repeated("ab", 1200 + below(1000))
                                                       : std::string(queries[below(std::size(queries))]));
-            ASSERT_EQ(search.foundIn(text), fold(text).find(search.folded()) != std::string::npos)
+            bool partsLack = false;
+            ASSERT_EQ(search.foundIn(text, &partsLack), fold(text).find(search.folded()) != std::string::npos)
                 << "locale " << locale << ", text \"" << text << "\", query \"" << search.folded() << "\"";
+            // Then no stretch between two characters holds it either.
+            for (int cut = 0; partsLack && cut < 4; ++cut) {
+                std::size_t from = below(text.size() + 1);
+                std::size_t to = from + below(text.size() - from + 1);
+                while (from > 0 && isContinuation(static_cast<unsigned char>(text[from])))
+                    --from;
+                while (to < text.size() && isContinuation(static_cast<unsigned char>(text[to])))
+                    ++to;
+                ASSERT_EQ(fold(text.substr(from, to - from)).find(search.folded()), std::string::npos)
+                    << text.substr(from, to - from) << " / " << search.folded();
+            }
             if (!byCharacter) continue;
             std::string folded;
             std::vector<std::size_t> starts;
