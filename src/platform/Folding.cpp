@@ -177,22 +177,52 @@ bool containsLoweredByBlocks(std::string_view haystack, std::string_view needle)
 }
 
 #if defined(__SSE2__)
-// The sixteen bytes with A-Z lowered. Signed comparison leaves bytes from 0x80 up, which count
-// as negative, alone.
-__m128i lowered16(__m128i bytes) {
-    const __m128i capital = _mm_and_si128(_mm_cmpgt_epi8(bytes, _mm_set1_epi8('A' - 1)),
-                                          _mm_cmplt_epi8(bytes, _mm_set1_epi8('Z' + 1)));
-    return _mm_add_epi8(bytes, _mm_and_si128(capital, _mm_set1_epi8(0x20)));
-}
+// Which of sixteen bytes, their capitals lowered, equal the byte of a lower-case needle that
+// `wanted` repeats. For a letter that is the byte with 0x20 set, which makes a capital of the
+// letter lower-case and no other byte the letter; any other byte is taken as it is.
+class EqualLowered16 {
+  public:
+    explicit EqualLowered16(char wanted)
+        : wanted_(_mm_set1_epi8(wanted)), lower_(_mm_set1_epi8(wanted >= 'a' && wanted <= 'z' ? 0x20 : 0)) {}
+    __m128i operator()(const char* bytes) const {
+        const __m128i loaded = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+        return _mm_cmpeq_epi8(_mm_or_si128(loaded, lower_), wanted_);
+    }
+
+  private:
+    __m128i wanted_;
+    __m128i lower_;
+};
 #endif
+
+// The positions of the needle's two bytes least likely in text, by the frequency of letters in
+// European languages: they filter candidates best. "saxifrage" is filtered by its "x" and "f",
+// where its first and last letters would let most words through.
+std::pair<std::size_t, std::size_t> rareAnchors(std::string_view needle) {
+    constexpr std::string_view kMostCommonFirst = " etaoinsrhldcumfpgwybvkxjqz";
+    const auto rarity = [&](char c) {
+        const std::size_t rank = kMostCommonFirst.find(c);
+        return rank == std::string_view::npos ? kMostCommonFirst.size() / 2 : rank; // digits, signs
+    };
+    std::pair<std::size_t, std::size_t> anchors;
+    auto& [first, second] = anchors;
+    if (needle.empty()) return anchors;
+    for (std::size_t i = 1; i < needle.size(); ++i)
+        if (rarity(needle[i]) > rarity(needle[first])) first = i;
+    second = first == 0 ? needle.size() - 1 : 0;
+    for (std::size_t i = 0; i < needle.size(); ++i)
+        if (i != first && rarity(needle[i]) > rarity(needle[second])) second = i;
+    return anchors;
+}
 
 // Whether the lower-case ASCII `needle` occurs in `haystack` with its capitals lowered, read where
 // it stands: no lowered copy is made. Sixteen start positions at a time are filtered by the
-// needle's first and last bytes, and only the survivors are compared in full. A text and a needle
-// made to pass the filter everywhere and differ late ("aaaa…" against "aa…b…aa") would cost the
-// needle's length at every position, so once the comparisons have cost a few times the text
-// passed, the rest is left to containsLoweredByBlocks.
-bool containsLowered(std::string_view haystack, std::string_view needle) {
+// needle's bytes at the two anchors, and only the survivors are compared in full. A text and a
+// needle made to pass the filter everywhere and differ elsewhere ("aaaa…" against "aa…b…aa") would
+// cost the needle's length at every position, so once the comparisons have cost a few times the
+// text passed, the rest is left to containsLoweredByBlocks.
+bool containsLowered(std::string_view haystack, std::string_view needle,
+                     std::pair<std::size_t, std::size_t> anchors) {
     const std::size_t length = needle.size();
     if (length == 0) return true;
     if (length > haystack.size()) return false;
@@ -202,18 +232,15 @@ bool containsLowered(std::string_view haystack, std::string_view needle) {
     std::size_t compared = 0;
     const auto tooCostly = [&] { return compared > 4 * at + 4096; };
 #if defined(__SSE2__)
-    const __m128i first = _mm_set1_epi8(needle.front());
-    const __m128i last = _mm_set1_epi8(needle.back());
-    const std::string_view inner = length > 2 ? needle.substr(1, length - 2) : std::string_view();
+    const EqualLowered16 first(needle[anchors.first]);
+    const EqualLowered16 second(needle[anchors.second]);
     for (; at + 16 <= starts; at += 16) {
-        const __m128i heads = lowered16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at)));
-        const __m128i tails = lowered16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at + length - 1)));
-        auto candidates = static_cast<unsigned>(
-            _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(heads, first), _mm_cmpeq_epi8(tails, last))));
+        auto candidates = static_cast<unsigned>(_mm_movemask_epi8(
+            _mm_and_si128(first(text + at + anchors.first), second(text + at + anchors.second))));
         while (candidates != 0) {
             const auto offset = static_cast<std::size_t>(__builtin_ctz(candidates));
-            const std::size_t same = loweredPrefixLength(text + at + offset + 1, inner);
-            if (same == inner.size()) return true;
+            const std::size_t same = loweredPrefixLength(text + at + offset, needle);
+            if (same == length) return true;
             compared += same + 1;
             candidates &= candidates - 1;
         }
@@ -328,7 +355,8 @@ std::optional<std::size_t> findFoldedCharacterOffset(std::string_view text, std:
 }
 
 FoldedSearch::FoldedSearch(std::string_view query)
-    : folded_(fold(query)), turkic_(currentLocaleIsTurkic()), asciiNeedle_(isAscii(folded_)) {}
+    : folded_(fold(query)), turkic_(currentLocaleIsTurkic()), asciiNeedle_(isAscii(folded_)),
+      anchors_(rareAnchors(folded_)) {}
 
 // Folding a stretch is NFD, nonspacing marks dropped, case folding, NFC. A code point is
 // independent when that chain, run over a stretch of independent code points, gives the
@@ -431,7 +459,7 @@ bool FoldedSearch::foundIn(std::string_view text, bool* partsLack) const {
         if (partsLack != nullptr) *partsLack = true;
         return false;
     };
-    if (ascii) return (asciiNeedle_ && containsLowered(text, needle)) || lacking();
+    if (ascii) return (asciiNeedle_ && containsLowered(text, needle, anchors_)) || lacking();
     if (asciiNeedle_)
         if (const std::optional<bool> found = asciiNeedleFoundIn(text)) return *found || lacking();
 
@@ -455,7 +483,7 @@ bool FoldedSearch::foundIn(std::string_view text, bool* partsLack) const {
         text,
         [&](std::string_view run) {
             if (run.size() > kLongRun && run.size() > 2 * keep) {
-                if (asciiNeedle_ && containsLowered(run, needle)) return !(found = true);
+                if (asciiNeedle_ && containsLowered(run, needle, anchors_)) return !(found = true);
                 appendFoldedAscii(run.substr(0, keep), false, window);
                 if (searchWindow()) return !(found = true);
                 window.clear();
@@ -483,7 +511,7 @@ bool FoldedSearch::foundIn(std::string_view text, bool* partsLack) const {
 // accented letters for most needles), which no match crosses.
 std::optional<bool> FoldedSearch::asciiNeedleFoundIn(std::string_view text) const {
     const std::string_view needle = folded_;
-    if (containsLowered(text, needle)) return true;
+    if (containsLowered(text, needle, anchors_)) return true;
     const std::size_t reach = needle.size() - 1;
     // Bytes of text folded at a time, so the window stays small however long a stretch is; the cuts
     // fall between characters, all of which fold on their own here.

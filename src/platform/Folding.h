@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace vorlo::text {
@@ -42,6 +43,8 @@ public:
     std::string folded_;
     bool turkic_ = false;
     bool asciiNeedle_ = false;
+    // Two positions of the query by whose bytes texts are filtered before a full comparison.
+    std::pair<std::size_t, std::size_t> anchors_;
     // For this query's texts only: the foldings met so far, found for the code points of the Basic
     // Multilingual Plane (every script in common use) by a table of their positions, for the rest
     // (emoji, historic scripts) by a map.
