@@ -106,13 +106,14 @@ void FileBatchReader::recycle(std::string&& buffer) {
     spare_.push_back(std::move(buffer));
 }
 
-std::string FileBatchReader::takeBuffer(std::size_t size) {
+// A spare keeps its old length, and the bytes from its last file: growing it to a new file's size then
+// fills only what lies beyond, where emptying it first would fill every byte with zeros to be read over.
+std::string FileBatchReader::takeBuffer() {
     std::string buffer;
     if (!spare_.empty()) {
         buffer = std::move(spare_.back());
         spare_.pop_back();
     }
-    buffer.resize(size);
     return buffer;
 }
 
@@ -123,7 +124,7 @@ void FileBatchReader::read(std::span<const FileRequest> requests,
         return;
     }
     for (const FileRequest& request : requests)
-        deliver(readRegularFileAt(request.directoryFd, request.name, maximumBytes_, nullptr, takeBuffer(0)));
+        deliver(readRegularFileAt(request.directoryFd, request.name, maximumBytes_, nullptr, takeBuffer()));
 }
 
 #ifdef VORLO_HAVE_URING
@@ -227,7 +228,8 @@ void FileBatchReader::readThroughRing(std::span<const FileRequest> requests,
             bytes += need;
             if (file.state == State::Readable) {
                 // One byte more than fstat gave, so that a file that grew since is noticed.
-                file.bytes = takeBuffer(need);
+                file.bytes = takeBuffer();
+                file.bytes.resize(need);
                 io_uring_prep_read(ring_->entry(end, IOSQE_IO_HARDLINK), file.fd, file.bytes.data(),
                                    static_cast<unsigned>(need), 0);
                 ++expected;

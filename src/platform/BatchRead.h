@@ -54,7 +54,7 @@ class FileBatchReader {
     std::uint64_t maximumBytes_;
     std::vector<std::string> spare_;
 
-    std::string takeBuffer(std::size_t size);
+    std::string takeBuffer();
     void readThroughRing(std::span<const FileRequest> requests,
                          const std::function<void(std::optional<FileContents>&&)>& deliver);
 };

@@ -62,7 +62,7 @@ std::optional<FileContents> readRegularFile(const std::string& path, std::uint64
 std::optional<FileContents> readRegularFileInside(const std::string& path, const std::string& root,
                                                   std::uint64_t maximumBytes, int* errorNumber = nullptr);
 // The same as readRegularFile, for `name` inside the open folder `directoryFd`. The bytes go into
-// `buffer`, whose capacity a caller reading many files hands on from one to the next.
+// `buffer`, over what it held: a caller reading many files hands its capacity on from one to the next.
 std::optional<FileContents> readRegularFileAt(int directoryFd, const char* name, std::uint64_t maximumBytes,
                                               int* errorNumber = nullptr, std::string buffer = {});
 
