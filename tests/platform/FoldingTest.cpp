@@ -7,8 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <unicode/normalizer2.h>
-#include <unicode/uchar.h>
-#include <unicode/utf8.h>
+#include <unicode/unistr.h>
 
 #include <algorithm>
 #include <random>
@@ -216,30 +215,20 @@ TEST(FoldedSearch, AnAsciiCharacterFoldsAloneWhateverFollowsIt) {
     UErrorCode status = U_ZERO_ERROR;
     const icu::Normalizer2* nfc = icu::Normalizer2::getNFCInstance(status);
     ASSERT_TRUE(U_SUCCESS(status));
-    const auto first = [](const std::string& text) {
-        std::size_t offset = 0;
-        return text.empty() ? U_SENTINEL : static_cast<UChar32>(nextCodePoint(text, offset));
-    };
     std::size_t tried = 0;
     for (UChar32 c = 0x80; c <= 0x10FFFF; ++c) {
-        if (U_IS_SURROGATE(c)) continue;
         std::string character;
-        UBool error = false;
-        char buffer[U8_MAX_LENGTH];
-        std::int32_t length = 0;
-        U8_APPEND(buffer, length, U8_MAX_LENGTH, c, error);
-        ASSERT_FALSE(error);
-        character.assign(buffer, static_cast<std::size_t>(length));
-        if (nfc->hasBoundaryBefore(c) && (!u_hasBinaryProperty(c, UCHAR_CHANGES_WHEN_CASEFOLDED) ||
-                                          nfc->hasBoundaryBefore(first(foldWithoutLocale(character)))))
+        if (U_IS_SURROGATE(c) || icu::UnicodeString(c).toUTF8String(character).empty()) continue;
+        const std::string folded = foldWithoutLocale(character);
+        if (nfc->hasBoundaryBefore(c) &&
+            (folded.empty() || nfc->hasBoundaryBefore(icu::UnicodeString::fromUTF8(folded).char32At(0))))
             continue;
         ++tried;
         for (char ascii = 1; ascii > 0; ++ascii)
-            ASSERT_EQ(foldWithoutLocale(std::string(1, ascii) + character),
-                      std::string(1, lowerAscii(ascii)) + foldWithoutLocale(character))
+            ASSERT_EQ(foldWithoutLocale(std::string(1, ascii) + character), lowerAscii(ascii) + folded)
                 << "U+" << std::hex << c << " behind " << static_cast<int>(ascii);
     }
-    EXPECT_GT(tried, 900u); // 997 in Unicode 15
+    EXPECT_GT(tried, 900u);
 }
 
 } // namespace
