@@ -19,6 +19,7 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -312,10 +313,12 @@ void walkNoteFiles(const std::string& libraryPath, const std::function<void(Note
 // spelling); they are tried in listing order, each one's folder depth-first before the next, which
 // is the order in which the full walk meets them.
 std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string_view relativePath) {
+    std::vector<std::string_view> names;
     std::vector<text::CaselessMatch> components;
     for (std::size_t at = 0;;) {
         const std::size_t slash = relativePath.find('/', at);
-        components.emplace_back(relativePath.substr(at, slash == std::string_view::npos ? slash : slash - at));
+        names.push_back(relativePath.substr(at, slash == std::string_view::npos ? slash : slash - at));
+        components.emplace_back(names.back());
         if (slash == std::string_view::npos) break;
         at = slash + 1;
     }
@@ -326,7 +329,21 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
     const auto matching = [&](std::size_t level) {
         return [&components, level](std::string_view name) { return components[level].matches(name); };
     };
-    auto root = openFolder(fs::openDirectory(libraryPath), 0, matching(0));
+    fs::UniqueFd rootFd = fs::openDirectory(libraryPath);
+    // Listing a large folder is most of a lookup's time, and every folder on the path must be listed
+    // whole, since an earlier entry may match its component too. The note's own folder, reached by
+    // the names as written (the usual case), is listed on a second core while this thread lists the
+    // ones above; the walk takes that listing only for the very folder it opens itself.
+    const std::size_t leaf = names.size() - 1;
+    std::future<std::optional<OpenFolder>> ahead;
+    if (rootFd && leaf > 0 && process::usableProcessors() > 1) {
+        ahead = std::async(std::launch::async, [&, fd = fs::duplicate(rootFd.get())]() mutable {
+            for (std::size_t level = 0; level < leaf && fd; ++level)
+                fd = fs::openDirectoryAt(fd.get(), std::string(names[level]).c_str());
+            return openFolder(std::move(fd), 0, matching(leaf));
+        });
+    }
+    auto root = openFolder(std::move(rootFd), 0, matching(0));
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
     stack.push_back(std::move(*root));
     while (!stack.empty()) {
@@ -341,8 +358,15 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
         if (level + 1 == components.size()) {
             if (auto note = admitNote(folder.fd.get(), entry, path)) return note;
         } else if (entersFolder(entry, level == 0)) {
-            auto inner = openFolder(fs::openDirectoryAt(folder.fd.get(), entry.name.c_str()), path.size(),
-                                    matching(level + 1));
+            fs::UniqueFd innerFd = fs::openDirectoryAt(folder.fd.get(), entry.name.c_str());
+            std::optional<OpenFolder> inner;
+            if (innerFd && level + 1 == leaf && ahead.valid())
+                if (auto listed = ahead.get(); listed && fs::sameFile(listed->fd.get(), innerFd.get())) {
+                    inner = std::move(listed);
+                    inner->fd = std::move(innerFd);
+                    inner->pathLength = path.size();
+                }
+            if (!inner) inner = openFolder(std::move(innerFd), path.size(), matching(level + 1));
             if (inner) stack.push_back(std::move(*inner)); // `folder` and `entry` are stale from here on
         }
     }

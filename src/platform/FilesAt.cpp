@@ -64,6 +64,16 @@ std::optional<std::vector<DirectoryEntry>> listDirectoryAt(int directoryFd,
     return entries;
 }
 
+UniqueFd duplicate(int fd) {
+    return UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+}
+
+bool sameFile(int fd, int otherFd) {
+    struct stat one, other;
+    return ::fstat(fd, &one) == 0 && ::fstat(otherFd, &other) == 0 && one.st_dev == other.st_dev &&
+           one.st_ino == other.st_ino;
+}
+
 std::optional<FileStatus> linkStatusAt(int directoryFd, const char* name) {
     struct stat status;
     if (::fstatat(directoryFd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;

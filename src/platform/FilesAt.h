@@ -22,4 +22,10 @@ std::optional<std::vector<DirectoryEntry>> listDirectoryAt(
 // Status of `name` in the open folder, a final link not followed; absent when it cannot be examined.
 std::optional<FileStatus> linkStatusAt(int directoryFd, const char* name);
 
+// Whether two open descriptors stand for the same file or folder.
+bool sameFile(int fd, int otherFd);
+
+// A second descriptor of what `fd` has open, which stays open whatever becomes of the first.
+UniqueFd duplicate(int fd);
+
 } // namespace vorlo::fs
