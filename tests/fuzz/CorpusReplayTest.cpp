@@ -13,17 +13,17 @@ namespace {
 class CorpusReplay : public ::testing::TestWithParam<FuzzTarget> {};
 
 TEST_P(CorpusReplay, EveryInputKeepsEveryProperty) {
-    std::set<std::filesystem::path> files; // in order, for the line handler's library
-    for (const auto& entry : std::filesystem::directory_iterator(
-             std::string(VORLO_SOURCE_DIR "/tests/fuzz/corpus/") + std::string(GetParam().name)))
-        if (entry.is_regular_file()) files.insert(entry.path());
+    namespace stdfs = std::filesystem;
+    const std::set files(
+        stdfs::directory_iterator(VORLO_SOURCE_DIR "/tests/fuzz/corpus/" + std::string(GetParam().name)),
+        stdfs::directory_iterator()); // in order, for the line handler's library
     EXPECT_GE(files.size(), 5u) << "the seed corpus of " << GetParam().name << " went missing";
     for (const auto& file : files) {
-        const std::string bytes = testing::readFile(file);
+        const std::string bytes = testing::readFile(file.path());
         try {
             GetParam().run(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
         } catch (const FuzzFailure& failure) {
-            ADD_FAILURE() << file.filename() << ": " << failure.what();
+            ADD_FAILURE() << file.path().filename() << ": " << failure.what();
         }
     }
 }

@@ -7,11 +7,13 @@
 #include "platform/CharacterSets.h"
 #include "platform/Characters.h"
 #include "platform/Folding.h"
+#include "platform/Json.h"
 #include "platform/Utf8.h"
 #include "tools/Limits.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,11 +24,10 @@ struct FuzzFailure : std::logic_error {
     using std::logic_error::logic_error;
 };
 
-inline void check(bool holds, const char* file, int line, const char* condition) {
-    if (!holds) throw FuzzFailure(std::string(file) + ":" + std::to_string(line) + ": " + condition);
-}
 #define VORLO_FUZZ_CHECK(condition)                                                                          \
-    ::vorlo::fuzz::check(static_cast<bool>(condition), __FILE__, __LINE__, #condition)
+    ((condition)                                                                                             \
+         ? void()                                                                                            \
+         : throw ::vorlo::fuzz::FuzzFailure(__FILE__ ":" + std::to_string(__LINE__) + ": " #condition))
 
 using FuzzFunction = int(const std::uint8_t* data, std::size_t size);
 // In turn: one input line through the JSON-RPC dispatch and the tools, on a small temporary library;
@@ -58,6 +59,16 @@ inline std::size_t nesting(std::string_view text) {
             --depth;
     }
     return deepest;
+}
+
+// The value that a text holds by the JSON library's judgement, which takes a NUL for the end of its
+// input (so "{...}\0junk" passes it alone), limited to the parser's depth bound: the reference that
+// the server's own parsing must agree with.
+inline std::optional<Json> referenceJson(std::string_view text) {
+    if (text.find('\0') != std::string_view::npos || !Json::accept(text.begin(), text.end()) ||
+        nesting(text) > kMaximumJsonNesting)
+        return std::nullopt;
+    return Json::parse(text.begin(), text.end());
 }
 
 // Reads the input as text.

@@ -44,38 +44,28 @@ struct FuzzLibrary : testing::TempLibrary {
     const VorloMCPServer handler = server();
 };
 
+const Json kTools = {"list_notes",      "search_notes", "read_note",
+                     "read_attachment", "create_note",  "update_note"};
+
 // The reply that a line must get, checked against what the server wrote (null: no reply). A
 // message that is not a well-formed request or notification, or no JSON at all, is invalid.
 void checkAgainstMessage(const Json& message, bool replied, Json& reply) {
-    const auto member = [&](const char* key) {
-        return message.is_object() ? message.value(key, Json()) : Json();
-    };
-    const Json id = member("id"), method = member("method"), params = member("params");
-    if (member("jsonrpc") != "2.0" || !method.is_string()) {
-        VORLO_FUZZ_CHECK(replied && reply.contains("error") && reply["error"]["code"] == -32700);
-        VORLO_FUZZ_CHECK(reply["id"].is_null());
-        return;
-    }
-    if (!message.contains("id")) return VORLO_FUZZ_CHECK(!replied); // a notification is never answered
-    VORLO_FUZZ_CHECK(replied && reply["id"].dump() == id.dump());
-    const Json tools = Json::array(
-        {"list_notes", "search_notes", "read_note", "read_attachment", "create_note", "update_note"});
-    if (method == "initialize") {
-        VORLO_FUZZ_CHECK(reply["result"]["protocolVersion"].is_string());
-    } else if (method == "ping") {
-        VORLO_FUZZ_CHECK(reply["result"] == Json::object());
-    } else if (method == "tools/list") {
-        VORLO_FUZZ_CHECK(reply["result"]["tools"].size() == 6);
-    } else if (method != "tools/call") {
-        VORLO_FUZZ_CHECK(reply["error"]["code"] == -32601);
-    } else if (params.is_object() &&
-               std::find(tools.begin(), tools.end(), params.value("name", Json())) != tools.end()) {
-        Json& result = reply["result"];
-        VORLO_FUZZ_CHECK(result["isError"].is_boolean() && result["content"].is_array() &&
-                         !result["content"].empty());
-    } else {
-        VORLO_FUZZ_CHECK(reply["error"]["code"] == -32602);
-    }
+    const Json request = message.is_object() ? message : Json::object();
+    const Json method = request.value("method", Json()), params = request.value("params", Json());
+    if (request.value("jsonrpc", Json()) != "2.0" || !method.is_string())
+        return VORLO_FUZZ_CHECK(replied && reply["error"]["code"] == -32700 && reply["id"].is_null());
+    if (!request.contains("id")) return VORLO_FUZZ_CHECK(!replied); // a notification is never answered
+    VORLO_FUZZ_CHECK(replied && reply["id"].dump() == request["id"].dump());
+    Json &result = reply["result"], code = reply["error"]["code"];
+    if (method == "initialize") return VORLO_FUZZ_CHECK(result["protocolVersion"].is_string());
+    if (method == "ping") return VORLO_FUZZ_CHECK(result == Json::object());
+    if (method == "tools/list") return VORLO_FUZZ_CHECK(result["tools"].size() == 6);
+    if (method != "tools/call") return VORLO_FUZZ_CHECK(code == -32601);
+    if (!params.is_object() ||
+        std::find(kTools.begin(), kTools.end(), params.value("name", Json())) == kTools.end())
+        return VORLO_FUZZ_CHECK(code == -32602);
+    VORLO_FUZZ_CHECK(result["isError"].is_boolean() && result["content"].is_array() &&
+                     !result["content"].empty());
 }
 
 } // namespace
@@ -84,29 +74,23 @@ int fuzzLineHandler(const std::uint8_t* data, std::size_t size) {
     static FuzzLibrary library;
     const std::string_view line = asText(data, size);
     const std::optional<std::string> replyLine = library.handler.handle(line);
-    Json reply;
+    Json reply = replyLine ? Json::parse(*replyLine, nullptr, false) : Json();
     if (replyLine) {
         VORLO_FUZZ_CHECK(replyLine->find('\n') == std::string::npos && text::isValidUtf8(*replyLine));
-        reply = Json::parse(*replyLine, nullptr, false);
         VORLO_FUZZ_CHECK(reply.is_object() && reply.size() == 3 && reply["jsonrpc"] == "2.0" &&
-                         reply.contains("id"));
-        VORLO_FUZZ_CHECK(reply.contains("result") != reply.contains("error"));
-        if (reply.contains("error")) {
-            Json& error = reply["error"];
-            VORLO_FUZZ_CHECK(error.size() == 2 && error["code"].is_number_integer() && error["message"].is_string());
-        }
+                         reply.contains("id") && reply.contains("result") != reply.contains("error"));
+        VORLO_FUZZ_CHECK(!reply.contains("error") ||
+                         (reply["error"].size() == 2 && reply["error"]["code"].is_number_integer() &&
+                          reply["error"]["message"].is_string()));
     }
 
     // Only lines that are JSON, hold no NUL and nest moderately are understood; all others are
-    // answered as invalid. The JSON library takes a NUL for the end of its input, so "{...}\0junk"
-    // would pass it alone.
-    const bool json = line.size() <= kMaximumInputBufferBytes && line.find('\0') == std::string_view::npos &&
-                      Json::accept(line.begin(), line.end()) && nesting(line) <= kMaximumJsonNesting;
-    const Json message = json ? Json::parse(line.begin(), line.end()) : Json();
-    checkAgainstMessage(message, replyLine.has_value(), reply);
+    // answered as invalid.
+    const auto message = line.size() <= kMaximumInputBufferBytes ? referenceJson(line) : std::nullopt;
+    checkAgainstMessage(message.value_or(Json()), replyLine.has_value(), reply);
     // The fuzzer learns the marker from this very comparison and may send it, escaped or not, in an
     // argument that the reply echoes; only a marker the line did not bring is a leak.
-    if (json && replyLine && message.dump().find(kOutsideMarker) == std::string::npos)
+    if (message && replyLine && message->dump().find(kOutsideMarker) == std::string::npos)
         VORLO_FUZZ_CHECK(replyLine->find(kOutsideMarker) == std::string::npos);
 
     // A line may have created or changed a note: start the next one from the same library.

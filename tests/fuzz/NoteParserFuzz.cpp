@@ -19,32 +19,29 @@ int fuzzNoteParser(const std::uint8_t* data, std::size_t size) {
 
     const NoteRecord note = library::parseNote(std::string(fileText), relativePath, std::nullopt, "revision");
     const std::string normalised = normalisedLineEnds(fileText);
-    VORLO_FUZZ_CHECK(note.content.find('\r') == std::string::npos && normalised.ends_with(note.content));
-    VORLO_FUZZ_CHECK(note.relativePath == relativePath && note.revision == "revision");
-    VORLO_FUZZ_CHECK(relativePath.starts_with(note.relativeFolder));
-    VORLO_FUZZ_CHECK(text::isValidUtf8(note.title) && text::isValidUtf8(note.content));
+    VORLO_FUZZ_CHECK(normalised.ends_with(note.content) && text::isValidUtf8(note.content) &&
+                     text::isValidUtf8(note.title));
+    VORLO_FUZZ_CHECK(note.relativePath == relativePath && note.revision == "revision" &&
+                     relativePath.starts_with(note.relativeFolder));
     // An id is a canonical UUID: upper-case hexadecimal digits in groups of 8-4-4-4-12.
     static text::RegexReference uuid(R"(\A([0-9A-F]{8}(?:-[0-9A-F]{4}){3}-[0-9A-F]{12})\z)");
     VORLO_FUZZ_CHECK(!note.id || uuid.allGroupOneMatches(*note.id) == std::vector{*note.id});
-    if (note.content.size() == normalised.size()) {
-        // No front matter: every header field at its default.
-        VORLO_FUZZ_CHECK(!note.id && !note.created && !note.modified && !note.pinned && !note.archived);
-        VORLO_FUZZ_CHECK(note.title == library::defaultTitle(relativePath));
-    } else {
+    if (note.content.size() == normalised.size()) // no front matter: every header field at its default
+        VORLO_FUZZ_CHECK(!note.id && !note.created && !note.modified && !note.pinned && !note.archived &&
+                         note.title == library::defaultTitle(relativePath));
+    else
         VORLO_FUZZ_CHECK(normalised.starts_with("---\n") &&
                          normalised.substr(0, normalised.size() - note.content.size()).ends_with("\n---\n"));
-    }
-    for (std::size_t i = 0; i < note.tags.size(); ++i) {
-        VORLO_FUZZ_CHECK(text::isValidUtf8(note.tags[i]));
-        if (i > 0)
-            VORLO_FUZZ_CHECK(text::canonicalComposition(note.tags[i - 1]) < text::canonicalComposition(note.tags[i]));
-    }
+    VORLO_FUZZ_CHECK(std::ranges::all_of(note.tags, text::isValidUtf8) &&
+                     std::ranges::adjacent_find(note.tags, [](const auto& a, const auto& b) {
+                         return text::canonicalComposition(a) >= text::canonicalComposition(b);
+                     }) == note.tags.end());
 
     static text::RegexReference tagPattern(library::kInlineTagPattern);
     const std::vector<std::string> inlineTags = library::inlineTags(note.content);
-    VORLO_FUZZ_CHECK(inlineTags == tagPattern.allGroupOneMatches(note.content));
-    for (const auto& tag : inlineTags)
-        VORLO_FUZZ_CHECK(listsTag(note.tags, tag));
+    VORLO_FUZZ_CHECK(
+        inlineTags == tagPattern.allGroupOneMatches(note.content) &&
+        std::ranges::all_of(inlineTags, [&](const auto& tag) { return listsTag(note.tags, tag); }));
 
     static text::RegexReference headingMarks(R"((?m)^#{1,6}\s+)"), whitespace(R"(\s+)");
     const std::string collapsed =

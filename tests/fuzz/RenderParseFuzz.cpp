@@ -4,21 +4,19 @@
 #include "library/NoteParser.h"
 #include "mutation/NoteRenderer.h"
 
+#include <utility>
+
 namespace vorlo::fuzz {
 
 int fuzzRenderParse(const std::uint8_t* data, std::size_t size) {
     // Takes the input apart: a byte gives half a length, then that many bytes; numbers take 8 bytes.
     std::string_view rest = asText(data, size);
     const auto byte = [&]() -> std::uint8_t {
-        const auto value = rest.empty() ? 0 : static_cast<std::uint8_t>(rest.front());
-        rest.remove_prefix(rest.empty() ? 0 : 1);
-        return value;
+        return rest.empty() ? 0 : static_cast<std::uint8_t>(std::exchange(rest, rest.substr(1)).front());
     };
     const auto piece = [&] {
         const std::size_t wanted = byte() * 2u; // taken before the size that it shrinks
-        const std::string taken(rest.substr(0, wanted));
-        rest.remove_prefix(taken.size());
-        return taken;
+        return std::string(std::exchange(rest, rest.substr(std::min(wanted, rest.size()))).substr(0, wanted));
     };
     // Dates from the year 1 to 9999, whole seconds.
     const auto date = [&] {
@@ -28,11 +26,9 @@ int fuzzRenderParse(const std::uint8_t* data, std::size_t size) {
             number = number << 8 | byte();
         return Timestamp(std::chrono::seconds(kFirst + static_cast<std::int64_t>(number % kSpan)));
     };
-    std::string uuid;
-    for (int i = 0; i < 32; ++i) {
-        if (i == 8 || i == 12 || i == 16 || i == 20) uuid += '-';
-        uuid += "0123456789abcdef"[byte() & 0xF];
-    }
+    std::string uuid = "........-....-....-....-............";
+    for (char& digit : uuid)
+        if (digit == '.') digit = "0123456789abcdef"[byte() & 0xF];
     mutation::NoteFields fields;
     fields.id = *Uuid::parse(uuid);
     fields.created = date();
@@ -49,22 +45,22 @@ int fuzzRenderParse(const std::uint8_t* data, std::size_t size) {
     if (!valid(fields.title) || !valid(fields.content) || !std::ranges::all_of(fields.tags, valid)) return -1;
 
     const std::string rendered = mutation::renderNote(fields);
-    VORLO_FUZZ_CHECK(text::isValidUtf8(rendered) && rendered.ends_with(fields.content));
-    const std::string header = rendered.substr(0, rendered.size() - fields.content.size());
-    VORLO_FUZZ_CHECK(std::count(header.begin(), header.end(), '\n') == 9 &&
-                     header.find('\r') == std::string::npos);
+    const std::string_view header =
+        std::string_view(rendered).substr(0, rendered.size() - fields.content.size());
+    VORLO_FUZZ_CHECK(text::isValidUtf8(rendered) && rendered.ends_with(fields.content) &&
+                     std::ranges::count(header, '\n') == 9 && header.find('\r') == std::string::npos);
 
     const NoteRecord note = library::parseNote(rendered, "Folder/Name.md", std::nullopt, "revision");
-    VORLO_FUZZ_CHECK(note.id == fields.id.text() && note.title == fields.title);
-    VORLO_FUZZ_CHECK(note.created == formatIso8601(fields.created) &&
-                     note.modified == formatIso8601(fields.modified));
-    VORLO_FUZZ_CHECK(parseIso8601(*note.created) == std::chrono::time_point_cast<std::chrono::seconds>(fields.created));
-    VORLO_FUZZ_CHECK(note.pinned == fields.pinned && note.archived == fields.archived);
-    VORLO_FUZZ_CHECK(note.content == normalisedLineEnds(fields.content));
+    VORLO_FUZZ_CHECK(note.id == fields.id.text() && note.title == fields.title &&
+                     note.pinned == fields.pinned && note.archived == fields.archived);
+    VORLO_FUZZ_CHECK(
+        note.created == formatIso8601(fields.created) && note.modified == formatIso8601(fields.modified) &&
+        parseIso8601(*note.created) == std::chrono::time_point_cast<std::chrono::seconds>(fields.created));
     // The header's tags all come back; the body may add its inline tags to them.
-    for (const auto& tag : fields.tags)
-        VORLO_FUZZ_CHECK(listsTag(note.tags, tag));
-    VORLO_FUZZ_CHECK(note.content.find('#') != std::string::npos || note.tags.size() <= fields.tags.size());
+    VORLO_FUZZ_CHECK(
+        note.content == normalisedLineEnds(fields.content) &&
+        std::ranges::all_of(fields.tags, [&](const auto& tag) { return listsTag(note.tags, tag); }) &&
+        (note.content.find('#') != std::string::npos || note.tags.size() <= fields.tags.size()));
     return 0;
 }
 
