@@ -1,13 +1,14 @@
 #pragma once
 // The fuzz targets' entry functions. Each takes one input of arbitrary bytes, runs one part of the
 // server on it and checks what must hold whatever the input; a broken property throws FuzzFailure.
-// libFuzzer drives them through FuzzEntry.cpp, and the test binary replays the corpora through them.
+// libFuzzer drives them through FuzzEntry.cpp, where the test binary also replays the corpora.
 
 // The text primitives and limits that every target's checks use.
 #include "platform/CharacterSets.h"
 #include "platform/Characters.h"
 #include "platform/Folding.h"
 #include "platform/Json.h"
+#include "platform/RegexReference.h"
 #include "platform/Utf8.h"
 #include "tools/Limits.h"
 
@@ -35,15 +36,6 @@ using FuzzFunction = int(const std::uint8_t* data, std::size_t size);
 // tests, path normalisation, file names for titles and the tag validator; JSON documents, JSON
 // strings and string arrays, strict UTF-8; note fields rendered to a file and parsed back.
 FuzzFunction fuzzLineHandler, fuzzNoteParser, fuzzPaths, fuzzJsonString, fuzzRenderParse;
-
-struct FuzzTarget {
-    std::string_view name; // the folder of its corpus under tests/fuzz/corpus
-    FuzzFunction* run;
-};
-inline constexpr FuzzTarget kFuzzTargets[] = {
-    {"line_handler", fuzzLineHandler}, {"note_parser", fuzzNoteParser}, {"paths", fuzzPaths},
-    {"json_string", fuzzJsonString},   {"render_parse", fuzzRenderParse},
-};
 
 // The deepest nesting of brackets outside strings, counted without building a value (which would
 // recurse): the oracle against which the parser's own depth bound is checked.
@@ -76,15 +68,11 @@ inline std::string_view asText(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-// The text with every CRLF and lone CR turned into LF, one character at a time: what the parser's
-// own line-end handling must agree with.
+// The text with every CRLF and lone CR turned into LF by the regular-expression engine: what the
+// parser's own line-end handling must agree with.
 inline std::string normalisedLineEnds(std::string_view text) {
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        out += text[i] == '\r' ? '\n' : text[i];
-        i += text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
-    }
-    return out;
+    static text::RegexReference lineEnds("\\r\\n?");
+    return lineEnds.replaceAllMatches(text, "\n");
 }
 
 // Whether the tag is among the listed ones, compared in canonical composition.
