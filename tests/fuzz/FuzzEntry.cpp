@@ -33,10 +33,8 @@ class CorpusReplay : public ::testing::TestWithParam<Target> {};
 
 TEST_P(CorpusReplay, EveryInputKeepsEveryProperty) {
     const auto& [name, run] = GetParam();
-    namespace stdfs = std::filesystem;
-    const std::set files(
-        stdfs::directory_iterator(VORLO_SOURCE_DIR "/tests/fuzz/corpus/" + std::string(name)),
-        stdfs::directory_iterator()); // in order, for the line handler's library
+    using Listing = std::filesystem::directory_iterator; // in order, for the line handler's library
+    const std::set files(Listing(VORLO_SOURCE_DIR "/tests/fuzz/corpus/" + std::string(name)), Listing());
     EXPECT_GE(files.size(), 5u) << "the seed corpus of " << name << " went missing";
     for (const auto& file : files) {
         const std::string bytes = testing::readFile(file.path());

@@ -25,10 +25,9 @@ struct FuzzFailure : std::logic_error {
     using std::logic_error::logic_error;
 };
 
+// Throws FuzzFailure naming the file, the line and the condition; used inside namespace vorlo::fuzz.
 #define VORLO_FUZZ_CHECK(condition)                                                                          \
-    ((condition)                                                                                             \
-         ? void()                                                                                            \
-         : throw ::vorlo::fuzz::FuzzFailure(__FILE__ ":" + std::to_string(__LINE__) + ": " #condition))
+    ((condition) ? void() : throw FuzzFailure(__FILE__ ":" + std::to_string(__LINE__) + ": " #condition))
 
 using FuzzFunction = int(const std::uint8_t* data, std::size_t size);
 // In turn: one input line through the JSON-RPC dispatch and the tools, on a small temporary library;

@@ -47,16 +47,23 @@ struct FuzzLibrary : testing::TempLibrary {
 const Json kTools = {"list_notes",      "search_notes", "read_note",
                      "read_attachment", "create_note",  "update_note"};
 
-// The reply that a line must get, checked against what the server wrote (null: no reply). A
-// message that is not a well-formed request or notification, or no JSON at all, is invalid.
-void checkAgainstMessage(const Json& message, bool replied, Json& reply) {
+// The reply line that a message must get: none for a notification. A message that is not a
+// well-formed request or notification, or no JSON at all (null), is invalid.
+void checkReply(const Json& message, const std::optional<std::string>& line) {
     const Json request = message.is_object() ? message : Json::object();
     const Json method = request.value("method", Json()), params = request.value("params", Json());
-    if (request.value("jsonrpc", Json()) != "2.0" || !method.is_string())
-        return VORLO_FUZZ_CHECK(replied && reply["error"]["code"] == -32700 && reply["id"].is_null());
-    if (!request.contains("id")) return VORLO_FUZZ_CHECK(!replied); // a notification is never answered
-    VORLO_FUZZ_CHECK(replied && reply["id"].dump() == request["id"].dump());
-    Json &result = reply["result"], code = reply["error"]["code"];
+    const bool invalid = request.value("jsonrpc", Json()) != "2.0" || !method.is_string();
+    VORLO_FUZZ_CHECK(line.has_value() == (invalid || request.contains("id")));
+    if (!line) return;
+    VORLO_FUZZ_CHECK(line->find('\n') == std::string::npos && text::isValidUtf8(*line));
+    Json reply = Json::parse(*line, nullptr, false);
+    VORLO_FUZZ_CHECK(reply.is_object() && reply.size() == 3 && reply["jsonrpc"] == "2.0" &&
+                     reply.contains("id") && reply.contains("result") != reply.contains("error"));
+    Json& result = reply["result"];
+    Json error = reply.value("error", Json{{"code", 0}, {"message", ""}}), code = error["code"];
+    VORLO_FUZZ_CHECK(error.size() == 2 && code.is_number_integer() && error["message"].is_string());
+    if (invalid) return VORLO_FUZZ_CHECK(code == -32700 && reply["id"].is_null());
+    VORLO_FUZZ_CHECK(reply["id"].dump() == request["id"].dump());
     if (method == "initialize") return VORLO_FUZZ_CHECK(result["protocolVersion"].is_string());
     if (method == "ping") return VORLO_FUZZ_CHECK(result == Json::object());
     if (method == "tools/list") return VORLO_FUZZ_CHECK(result["tools"].size() == 6);
@@ -74,20 +81,10 @@ int fuzzLineHandler(const std::uint8_t* data, std::size_t size) {
     static FuzzLibrary library;
     const std::string_view line = asText(data, size);
     const std::optional<std::string> replyLine = library.handler.handle(line);
-    Json reply = replyLine ? Json::parse(*replyLine, nullptr, false) : Json();
-    if (replyLine) {
-        VORLO_FUZZ_CHECK(replyLine->find('\n') == std::string::npos && text::isValidUtf8(*replyLine));
-        VORLO_FUZZ_CHECK(reply.is_object() && reply.size() == 3 && reply["jsonrpc"] == "2.0" &&
-                         reply.contains("id") && reply.contains("result") != reply.contains("error"));
-        VORLO_FUZZ_CHECK(!reply.contains("error") ||
-                         (reply["error"].size() == 2 && reply["error"]["code"].is_number_integer() &&
-                          reply["error"]["message"].is_string()));
-    }
-
     // Only lines that are JSON, hold no NUL and nest moderately are understood; all others are
     // answered as invalid.
     const auto message = line.size() <= kMaximumInputBufferBytes ? referenceJson(line) : std::nullopt;
-    checkAgainstMessage(message.value_or(Json()), replyLine.has_value(), reply);
+    checkReply(message.value_or(Json()), replyLine);
     // The fuzzer learns the marker from this very comparison and may send it, escaped or not, in an
     // argument that the reply echoes; only a marker the line did not bring is a leak.
     if (message && replyLine && message->dump().find(kOutsideMarker) == std::string::npos)
