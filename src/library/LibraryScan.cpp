@@ -334,9 +334,16 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
     // whole, since an earlier entry may match its component too. The note's own folder, reached by
     // the names as written (the usual case), is listed on a second core while this thread lists the
     // ones above; the walk takes that listing only for the very folder it opens itself.
+    // Only along names that the walk itself would enter, so that no folder is opened that the rules
+    // of the walk keep out (above the library, hidden, the private folder).
     const std::size_t leaf = names.size() - 1;
+    bool enterable = tools::isSafeRelativePath(relativePath);
+    for (std::size_t level = 0; level < leaf && enterable; ++level)
+        enterable =
+            !fs::isHiddenName(names[level]) &&
+            entersFolder(fs::DirectoryEntry{std::string(names[level]), fs::EntryKind::Directory}, level == 0);
     std::future<std::optional<OpenFolder>> ahead;
-    if (rootFd && leaf > 0 && process::usableProcessors() > 1) {
+    if (rootFd && leaf > 0 && enterable && process::usableProcessors() > 1) {
         ahead = std::async(std::launch::async, [&, fd = fs::duplicate(rootFd.get())]() mutable {
             for (std::size_t level = 0; level < leaf && fd; ++level)
                 fd = fs::openDirectoryAt(fd.get(), std::string(names[level]).c_str());
