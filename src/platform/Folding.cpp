@@ -441,10 +441,11 @@ bool FoldedSearch::appendFoldedByCharacters(std::string_view stretch, std::strin
 // into a window that is searched and cut whenever it grows large: a cut keeps the last
 // needle-length - 1 bytes, where a match still to come may begin, and the next search waits for
 // at least a window's worth of new bytes and never fewer than the needle's length, so that a
-// needle longer than the window costs no more a byte than a short one. A long ASCII run is searched
-// where it stands instead; a match that does not lie in it reaches at most needle-length - 1 bytes
-// into it at either end, so only those ends go into the window, and the window is searched and
-// emptied between them.
+// needle longer than the window costs no more a byte than a short one. No match lies in an ASCII
+// run alone (an ASCII needle has been looked for in the whole text where it stands before this, and
+// any other needle holds a byte that no ASCII run has), so one that touches a long run reaches at
+// most needle-length - 1 bytes into it at either end: only those ends go into the window, and the
+// window is searched and emptied between them.
 bool FoldedSearch::foundIn(std::string_view text, bool* partsLack) const {
     const std::string_view needle = folded_;
     if (partsLack != nullptr) *partsLack = false;
@@ -464,7 +465,7 @@ bool FoldedSearch::foundIn(std::string_view text, bool* partsLack) const {
         if (const std::optional<bool> found = asciiNeedleFoundIn(text)) return *found || lacking();
 
     constexpr std::size_t kWindowBytes = 65536;
-    // Runs at least this long are searched where they stand, which costs less than copying them.
+    // Runs at least this long give only their ends to the window, which costs less than copying them.
     constexpr std::size_t kLongRun = 64;
     const std::size_t keep = needle.size() - 1;
     const std::size_t searchAt = keep + std::max(kWindowBytes, needle.size());
@@ -483,7 +484,6 @@ bool FoldedSearch::foundIn(std::string_view text, bool* partsLack) const {
         text,
         [&](std::string_view run) {
             if (run.size() > kLongRun && run.size() > 2 * keep) {
-                if (asciiNeedle_ && containsLowered(run, needle, anchors_)) return !(found = true);
                 appendFoldedAscii(run.substr(0, keep), false, window);
                 if (searchWindow()) return !(found = true);
                 window.clear();
