@@ -9,17 +9,18 @@
 #include "platform/Files.h"
 #include "platform/FilesAt.h"
 #include "platform/Process.h"
+#include "platform/Thread.h"
 #include "platform/Utf8.h"
 #include "protocol/VorloMCPServer.h"
 #include "tools/Limits.h"
 #include "tools/Validators.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <exception>
 #include <functional>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -147,7 +148,7 @@ class SharedReading {
     SharedReading(unsigned threads, const std::function<void(NoteFile&&)>& visit, const JudgeMaker& judges)
         : visit_(visit), judges_(judges) {
         for (unsigned i = 0; i < threads; ++i)
-            threads_.emplace_back([this] { run(); });
+            threads_.emplace_back([this] { run(); }, i + 1);
     }
     ~SharedReading() {
         {
@@ -155,7 +156,7 @@ class SharedReading {
             closed_ = true;
         }
         changed_.notify_all();
-        for (std::thread& thread : threads_)
+        for (process::Thread& thread : threads_)
             thread.join();
     }
     SharedReading(const SharedReading&) = delete;
@@ -227,7 +228,7 @@ private:
     std::size_t visited_ = 0; // batches whose notes are all visited
     bool closed_ = false;
     std::exception_ptr failure_;
-    std::vector<std::thread> threads_; // last, so that they start when everything above is ready
+    std::vector<process::Thread> threads_; // last, so that they start when everything above is ready
 };
 
 // Depth-first, each folder's entries in listing order and a folder's contents right after the
@@ -333,23 +334,33 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
     // Listing a large folder is most of a lookup's time, and every folder on the path must be listed
     // whole, since an earlier entry may match its component too. The note's own folder, reached by
     // the names as written (the usual case), is listed on a second core while this thread lists the
-    // ones above; the walk takes that listing only for the very folder it opens itself.
-    // Only along names that the walk itself would enter, so that no folder is opened that the rules
-    // of the walk keep out (above the library, hidden, the private folder).
+    // ones above; the walk takes that listing only for the very folder it opens itself. Whichever
+    // thread comes to that folder first lists it, so a second core that is slow to start costs no
+    // more than having none. Only along names that the walk itself would enter, so that no folder is
+    // opened that the rules of the walk keep out (above the library, hidden, the private folder).
     const std::size_t leaf = names.size() - 1;
-    bool enterable = tools::isSafeRelativePath(relativePath);
+    bool enterable = rootFd && leaf > 0 && tools::isSafeRelativePath(relativePath);
     for (std::size_t level = 0; level < leaf && enterable; ++level)
         enterable =
             !fs::isHiddenName(names[level]) &&
             entersFolder(fs::DirectoryEntry{std::string(names[level]), fs::EntryKind::Directory}, level == 0);
-    std::future<std::optional<OpenFolder>> ahead;
-    if (rootFd && leaf > 0 && enterable && process::usableProcessors() > 1) {
-        ahead = std::async(std::launch::async, [&, fd = fs::duplicate(rootFd.get())]() mutable {
-            for (std::size_t level = 0; level < leaf && fd; ++level)
-                fd = fs::openDirectoryAt(fd.get(), std::string(names[level]).c_str());
-            return openFolder(std::move(fd), 0, matching(leaf));
+    std::atomic<bool> leafTaken = false;
+    std::optional<OpenFolder> listedAhead;
+    const bool ahead = enterable && process::usableProcessors() > 1;
+    const fs::UniqueFd aheadRoot = ahead ? fs::duplicate(rootFd.get()) : fs::UniqueFd();
+    std::optional<process::Thread> lister;
+    if (aheadRoot)
+        lister.emplace([&] {
+            if (leafTaken.exchange(true)) return;
+            try {
+                fs::UniqueFd fd = fs::openDirectoryAt(aheadRoot.get(), std::string(names[0]).c_str());
+                for (std::size_t level = 1; level < leaf && fd; ++level)
+                    fd = fs::openDirectoryAt(fd.get(), std::string(names[level]).c_str());
+                listedAhead = openFolder(std::move(fd), 0, matching(leaf));
+            } catch (...) {
+                listedAhead.reset(); // the walk lists the folder itself
+            }
         });
-    }
     auto root = openFolder(std::move(rootFd), 0, matching(0));
     if (!root) throw ServerError("The selected Vorlo library could not be read.");
     stack.push_back(std::move(*root));
@@ -367,12 +378,15 @@ std::optional<NoteFile> findNoteFile(const std::string& libraryPath, std::string
         } else if (entersFolder(entry, level == 0)) {
             fs::UniqueFd innerFd = fs::openDirectoryAt(folder.fd.get(), entry.name.c_str());
             std::optional<OpenFolder> inner;
-            if (innerFd && level + 1 == leaf && ahead.valid())
-                if (auto listed = ahead.get(); listed && fs::sameFile(listed->fd.get(), innerFd.get())) {
-                    inner = std::move(listed);
+            if (innerFd && level + 1 == leaf && lister && leafTaken.exchange(true)) {
+                lister->join();
+                lister.reset();
+                if (listedAhead && fs::sameFile(listedAhead->fd.get(), innerFd.get())) {
+                    inner = std::move(listedAhead);
                     inner->fd = std::move(innerFd);
                     inner->pathLength = path.size();
                 }
+            }
             if (!inner) inner = openFolder(std::move(innerFd), path.size(), matching(level + 1));
             if (inner) stack.push_back(std::move(*inner)); // `folder` and `entry` are stale from here on
         }
