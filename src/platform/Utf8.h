@@ -14,6 +14,9 @@ namespace vorlo::text {
 
 // Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
 bool isValidUtf8(std::string_view bytes);
+// The same test a byte at a time: for processors without AVX2, and the reference the vector one is
+// held against.
+bool isValidUtf8Bytewise(std::string_view bytes);
 bool isAscii(std::string_view bytes);
 
 inline bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
