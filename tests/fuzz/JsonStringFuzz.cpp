@@ -1,6 +1,7 @@
 // JSON as the server reads and writes it: whatever the bytes, a decoded string is valid UTF-8 and
 // written back in the notes' header form decodes to itself, a parsed document is written on one
-// line and reads back the same, and strict UTF-8 validation agrees with the JSON parser's.
+// line and reads back the same, and strict UTF-8 validation agrees with the JSON parser's, a
+// byte at a time as with vectors.
 #include "fuzz/FuzzTargets.h"
 
 namespace vorlo::fuzz {
@@ -22,6 +23,7 @@ void checkHeaderEncoding(std::string_view text) {
 int fuzzJsonString(const std::uint8_t* data, std::size_t size) {
     const std::string_view input = asText(data, size);
     const bool utf8 = text::isValidUtf8(input);
+    VORLO_FUZZ_CHECK(utf8 == text::isValidUtf8Bytewise(input));
 
     if (const auto decoded = decodeJsonString(input)) checkHeaderEncoding(*decoded);
     if (const auto strings = decodeJsonStringArray(input)) {
