@@ -21,6 +21,7 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -140,9 +141,11 @@ void visitAll(std::vector<NoteFile>& notes, fs::FileBatchReader& reader,
 // Reads the walk's batches on several threads at once, each batch whole on one of them, while the
 // walk lists the folders ahead: opening and reading files is most of a scan's cost, and it is
 // kernel work that every core can do. Each thread reads its batch and judges its notes, which
-// needs no order, then waits for its turn and visits the notes it kept, so the visitor sees every note in
-// walk order, one call after the other, and nothing it computes depends on timing; while one thread visits,
-// the others read.
+// needs no order, and files what it kept. The notes are visited in walk order, one call after the
+// other, by whichever thread files the batch next in that order, together with every filed batch
+// after it; a thread that files a later batch goes on reading instead of waiting for its turn,
+// which left its core idle whenever the thread ahead had been preempted. Nothing the visitor
+// computes depends on timing, a failure included: it is raised when its batch's turn comes.
 class SharedReading {
   public:
     SharedReading(unsigned threads, const std::function<void(NoteFile&&)>& visit, const JudgeMaker& judges)
@@ -180,43 +183,67 @@ class SharedReading {
     }
 
 private:
+  struct Filed {
+      std::vector<NoteFile> notes;
+      std::exception_ptr failure;
+  };
+
     void run() {
         fs::FileBatchReader reader(kMaximumNoteBytes);
         std::vector<fs::FileRequest> requests;
-        std::vector<NoteFile> notes;
         Judge judge;
         for (;;) {
             std::vector<Candidate> batch;
             std::size_t number = 0;
             {
                 std::unique_lock lock(mutex_);
-                changed_.wait(lock, [&] { return !waiting_.empty() || closed_ || failure_; });
+                // At most one batch per thread and one more ahead of the visits: a thread held up on
+                // its batch holds the others up no later than that, and what waits in memory is bounded.
+                changed_.wait(lock, [&] {
+                    return (!waiting_.empty() && handed_ - visited_ <= threads_.size()) || closed_ ||
+                           failure_;
+                });
                 // Closed with batches still waiting only when the walk failed: they are not needed.
                 if (closed_ || failure_) return;
                 batch = std::move(waiting_.front());
                 waiting_.pop_front();
                 number = handed_++;
             }
-            std::exception_ptr failure;
+            Filed filed;
             try {
                 if (judges_ && !judge) judge = judges_();
-                readBatch(reader, batch, requests, notes, judge);
-                batch.clear(); // the folders' descriptors go as soon as their files are read
-                std::unique_lock lock(mutex_);
-                changed_.wait(lock, [&] { return visited_ == number || failure_ || closed_; });
-                if (failure_ || closed_) return;
-                lock.unlock();
-                visitAll(notes, reader, visit_);
+                readBatch(reader, batch, requests, filed.notes, judge);
             } catch (...) {
-                failure = std::current_exception();
+                filed.failure = std::current_exception();
             }
-            {
-                const std::lock_guard lock(mutex_);
-                ++visited_;
-                if (failure) failure_ = failure;
-            }
+            batch.clear(); // the folders' descriptors go as soon as their files are read
+            file(number, std::move(filed), reader);
+        }
+    }
+
+    // Files batch `number`, then, unless another thread is at it, visits every filed batch whose
+    // turn has come.
+    void file(std::size_t number, Filed&& filed, fs::FileBatchReader& reader) {
+        std::unique_lock lock(mutex_);
+        filed_.emplace(number, std::move(filed));
+        if (visiting_) return;
+        visiting_ = true;
+        for (auto next = filed_.find(visited_); next != filed_.end() && !failure_;
+             next = filed_.find(visited_)) {
+            Filed turn = std::move(next->second);
+            filed_.erase(next);
+            lock.unlock();
+            if (!turn.failure) try {
+                    visitAll(turn.notes, reader, visit_);
+                } catch (...) {
+                    turn.failure = std::current_exception();
+                }
+            lock.lock();
+            ++visited_;
+            if (turn.failure) failure_ = turn.failure;
             changed_.notify_all();
         }
+        visiting_ = false;
     }
 
     const std::function<void(NoteFile&&)>& visit_;
@@ -226,6 +253,8 @@ private:
     std::deque<std::vector<Candidate>> waiting_;
     std::size_t handed_ = 0;  // batches taken by a thread, numbered in walk order
     std::size_t visited_ = 0; // batches whose notes are all visited
+    std::map<std::size_t, Filed> filed_; // read, by number, till their turn to be visited
+    bool visiting_ = false;
     bool closed_ = false;
     std::exception_ptr failure_;
     std::vector<process::Thread> threads_; // last, so that they start when everything above is ready
