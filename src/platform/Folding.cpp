@@ -14,7 +14,7 @@
 #include <algorithm>
 #include <cstring>
 #if defined(__SSE2__)
-#include <emmintrin.h>
+#include <immintrin.h>
 #endif
 #include <vector>
 
@@ -195,6 +195,40 @@ class EqualLowered16 {
 };
 #endif
 
+#if defined(__x86_64__)
+// The filter of containsLowered, 32 start positions at a time, for processors with AVX2. Stops
+// where fewer than 32 positions are left or the comparisons have cost too much, `at` and `compared`
+// saying how far it came; true on a match.
+__attribute__((target("avx2"))) bool filteredAvx2(const char* text, std::size_t starts,
+                                                  std::string_view needle,
+                                                  std::pair<std::size_t, std::size_t> anchors,
+                                                  std::size_t& at, std::size_t& compared) {
+    const auto lowerBit = [](char c) { return static_cast<char>(c >= 'a' && c <= 'z' ? 0x20 : 0); };
+    const __m256i firstWanted = _mm256_set1_epi8(needle[anchors.first]);
+    const __m256i firstLower = _mm256_set1_epi8(lowerBit(needle[anchors.first]));
+    const __m256i secondWanted = _mm256_set1_epi8(needle[anchors.second]);
+    const __m256i secondLower = _mm256_set1_epi8(lowerBit(needle[anchors.second]));
+    while (at + 32 <= starts) {
+        const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + at + anchors.first));
+        const __m256i second =
+            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + at + anchors.second));
+        auto candidates = static_cast<std::uint32_t>(_mm256_movemask_epi8(
+            _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_or_si256(first, firstLower), firstWanted),
+                             _mm256_cmpeq_epi8(_mm256_or_si256(second, secondLower), secondWanted))));
+        while (candidates != 0) {
+            const auto offset = static_cast<std::size_t>(__builtin_ctz(candidates));
+            const std::size_t same = loweredPrefixLength(text + at + offset, needle);
+            if (same == needle.size()) return true;
+            compared += same + 1;
+            candidates &= candidates - 1;
+        }
+        at += 32;
+        if (compared > 4 * at + 4096) break;
+    }
+    return false;
+}
+#endif
+
 // The positions of the needle's two bytes least likely in text, by the frequency of letters in
 // European languages: they filter candidates best. "saxifrage" is filtered by its "x" and "f",
 // where its first and last letters would let most words through.
@@ -231,6 +265,12 @@ bool containsLowered(std::string_view haystack, std::string_view needle,
     std::size_t at = 0;
     std::size_t compared = 0;
     const auto tooCostly = [&] { return compared > 4 * at + 4096; };
+#if defined(__x86_64__)
+    if (processorHasAvx2()) {
+        if (filteredAvx2(text, starts, needle, anchors, at, compared)) return true;
+        if (tooCostly()) return containsLoweredByBlocks(haystack.substr(at), needle);
+    }
+#endif
 #if defined(__SSE2__)
     const EqualLowered16 first(needle[anchors.first]);
     const EqualLowered16 second(needle[anchors.second]);
@@ -369,11 +409,19 @@ FoldedSearch::FoldedSearch(std::string_view query)
 // The accented letters of the Latin, Greek and Cyrillic scripts, CJK and most symbols are
 // independent; Hangul jamo, Indic vowel signs and the like are not, and their stretch goes whole
 // through ICU.
+FoldedSearch::Kind FoldedSearch::kindOfFolding(const CharacterFolding& folding) {
+    if (!folding.independent) return Kind::dependent;
+    return folding.keepsMatchesApart ? Kind::keepsMatchesApart : Kind::joinsMatches;
+}
+
 const FoldedSearch::CharacterFolding& FoldedSearch::characterFolding(char32_t c) const {
     constexpr char32_t kBmpEnd = 0x10000;
     std::uint32_t* position = nullptr;
     if (c < kBmpEnd) {
-        if (bmpPositions_.empty()) bmpPositions_.resize(kBmpEnd);
+        if (bmpPositions_.empty()) {
+            bmpPositions_.resize(kBmpEnd);
+            bmpKinds_.resize(kBmpEnd);
+        }
         position = &bmpPositions_[c];
     } else {
         position = &otherPositions_[c];
@@ -412,9 +460,15 @@ const FoldedSearch::CharacterFolding& FoldedSearch::characterFolding(char32_t c)
         folding.keepsMatchesApart = independent && !folding.folded.empty() &&
                                     folding.folded.find_first_of(folded_) == std::string::npos;
     }
+    if (c < kBmpEnd) bmpKinds_[c] = kindOfFolding(folding);
     foldings_.push_back(std::move(folding));
     *position = static_cast<std::uint32_t>(foldings_.size());
     return foldings_.back();
+}
+
+inline FoldedSearch::Kind FoldedSearch::kindOf(char32_t c) const {
+    if (c < bmpKinds_.size() && bmpKinds_[c] != Kind::unknown) return bmpKinds_[c];
+    return kindOfFolding(characterFolding(c));
 }
 
 // Appends the folding of `stretch` when all its code points are independent; else appends
@@ -536,9 +590,9 @@ std::optional<bool> FoldedSearch::asciiNeedleFoundIn(std::string_view text) cons
     std::size_t apartEnd = 0; // the end of the last character that keeps matches apart
     for (std::size_t at = firstNonAscii(text, 0); at < text.size(); at = firstNonAscii(text, at)) {
         const std::size_t start = at;
-        const CharacterFolding& folding = characterFolding(nextCodePoint(text, at));
-        if (!folding.independent) return std::nullopt;
-        if (folding.keepsMatchesApart) {
+        const Kind kind = kindOf(nextCodePoint(text, at));
+        if (kind == Kind::dependent) return std::nullopt;
+        if (kind == Kind::keepsMatchesApart) {
             to = std::min(to, start);
             if (searchStretch()) return true;
             apartEnd = at;

@@ -51,8 +51,14 @@ public:
     mutable std::vector<CharacterFolding> foldings_;
     mutable std::vector<std::uint32_t> bmpPositions_; // position + 1, or 0 when not met yet
     mutable std::unordered_map<char32_t, std::uint32_t> otherPositions_;
+    // What an ASCII query's search asks of a character, a byte for each of the Basic Multilingual
+    // Plane once met: a quarter of the position table, so mixed text runs through it in cache.
+    enum class Kind : std::uint8_t { unknown, keepsMatchesApart, joinsMatches, dependent };
+    mutable std::vector<Kind> bmpKinds_;
 
     const CharacterFolding& characterFolding(char32_t c) const;
+    static Kind kindOfFolding(const CharacterFolding& folding);
+    Kind kindOf(char32_t c) const;
     std::optional<bool> asciiNeedleFoundIn(std::string_view text) const;
     bool appendFoldedByCharacters(std::string_view stretch, std::string& out) const;
 };

@@ -107,8 +107,7 @@ __attribute__((target("avx2"))) bool isValidUtf8Avx2(std::string_view bytes) {
 } // namespace
 
 bool isValidUtf8(std::string_view bytes) {
-    static const bool avx2 = __builtin_cpu_supports("avx2");
-    return avx2 ? isValidUtf8Avx2(bytes) : isValidUtf8Bytewise(bytes);
+    return processorHasAvx2() ? isValidUtf8Avx2(bytes) : isValidUtf8Bytewise(bytes);
 }
 #else
 bool isValidUtf8(std::string_view bytes) {

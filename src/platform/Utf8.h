@@ -19,6 +19,14 @@ bool isValidUtf8(std::string_view bytes);
 bool isValidUtf8Bytewise(std::string_view bytes);
 bool isAscii(std::string_view bytes);
 
+#if defined(__x86_64__)
+// Whether the processor runs AVX2, which the scans of long texts use where it is there.
+inline bool processorHasAvx2() {
+    static const bool has = __builtin_cpu_supports("avx2");
+    return has;
+}
+#endif
+
 inline bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
 inline char lowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
