@@ -221,15 +221,15 @@ private:
         }
     }
 
-    // Files batch `number`, then, unless another thread is at it, visits every filed batch whose
-    // turn has come.
+    // Files batch `number`, then visits every filed batch whose turn has come. A batch leaves the
+    // file when its visit begins, and the turn moves on only when that visit ends, under the lock that
+    // looks for the next: so only one thread at a time finds a batch to visit.
     void file(std::size_t number, Filed&& filed, fs::FileBatchReader& reader) {
         std::unique_lock lock(mutex_);
         filed_.emplace(number, std::move(filed));
-        if (visiting_) return;
-        visiting_ = true;
-        for (auto next = filed_.find(visited_); next != filed_.end() && !failure_;
-             next = filed_.find(visited_)) {
+        while (!failure_) {
+            const auto next = filed_.find(visited_);
+            if (next == filed_.end()) break;
             Filed turn = std::move(next->second);
             filed_.erase(next);
             lock.unlock();
@@ -243,7 +243,6 @@ private:
             if (turn.failure) failure_ = turn.failure;
             changed_.notify_all();
         }
-        visiting_ = false;
     }
 
     const std::function<void(NoteFile&&)>& visit_;
@@ -254,7 +253,6 @@ private:
     std::size_t handed_ = 0;  // batches taken by a thread, numbered in walk order
     std::size_t visited_ = 0; // batches whose notes are all visited
     std::map<std::size_t, Filed> filed_; // read, by number, till their turn to be visited
-    bool visiting_ = false;
     bool closed_ = false;
     std::exception_ptr failure_;
     std::vector<process::Thread> threads_; // last, so that they start when everything above is ready

@@ -332,6 +332,17 @@ TEST(LibraryScan, EveryWayOfReadingGivesThePlainRecordsAndListAndSearchTheirFull
             EXPECT_THROW(library::walkNoteFiles(library.library(), visit), std::runtime_error);
             EXPECT_EQ(visited, failAt + 1) << "nothing is visited after the failure";
         }
+        // A batch held up on its thread (here by its judge) is visited before the later ones read meanwhile.
+        std::vector<std::string> order;
+        library::walkNoteFiles(
+            library.library(), [&](NoteFile&& note) { order.push_back(note.relativePath); }, {},
+            [&] {
+                return [&](NoteFile& note) {
+                    if (note.relativePath == plain[0].relativePath) process::sleepMilliseconds(30);
+                    return true;
+                };
+            });
+        EXPECT_TRUE(std::ranges::equal(order, plain, {}, {}, &NoteRecord::relativePath));
         // The modes are only as good as their difference: on one processor the notes are visited on
         // the calling thread, and where there are more, on the threads that read them.
         EXPECT_EQ(threads == std::set{std::this_thread::get_id()},
