@@ -77,9 +77,9 @@ VORLO_AVX2 __m256i checkBlock(__m256i input, __m256i previous, __m256i& error) {
 
 VORLO_AVX2 void nextBlock(__m256i input, __m256i& previous, __m256i& incomplete, __m256i& error) {
     if (_mm256_movemask_epi8(input) == 0) {
-        // ASCII throughout: only a sequence cut off at the end of the block before is wrong.
+        // ASCII throughout: only a sequence cut off at the end of the block before is wrong, and once
+        // taken into the error, it may stay where it is.
         error = _mm256_or_si256(error, incomplete);
-        incomplete = _mm256_setzero_si256();
     } else {
         incomplete = checkBlock(input, previous, error);
     }
