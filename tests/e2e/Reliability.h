@@ -63,14 +63,15 @@ inline std::vector<std::string> leftovers(const TempLibrary& library) {
 }
 
 // Every entry under `root` but the subtree `skip`, by relative path: a file's bytes, a link's
-// target, or "folder".
-inline std::map<std::string, std::string> snapshot(const std::string& root, std::string_view skip) {
+// target, or "folder" unless folders are left out.
+inline std::map<std::string, std::string> snapshot(const std::string& root, std::string_view skip,
+                                                   bool folders = true) {
     namespace stdfs = std::filesystem;
     std::map<std::string, std::string> state;
     for (auto it = stdfs::recursive_directory_iterator(root); it != stdfs::end(it); ++it)
         if (std::string path = it->path().string().substr(root.size() + 1); path == skip)
             it.disable_recursion_pending();
-        else
+        else if (it->is_symlink() || !it->is_directory() || folders)
             state[path] = it->is_symlink()     ? "link " + stdfs::read_symlink(it->path()).string()
                           : it->is_directory() ? "folder"
                                                : readFile(it->path());

@@ -90,27 +90,24 @@ TEST(Torture, EightWritersLoseNoUpdateAndReadersNeverSeeAPartialNote) {
         for (const auto& path : outcome.created)
             EXPECT_TRUE(created.insert(path).second && library.exists(path)) << path;
     }
-    // Every successful update left exactly one line, each writer's lines in their order, and no two
-    // updates built on the same revision: none overwrote another.
+    // Every successful update left exactly one line, each writer's lines in their order: none
+    // overwrote another, as two updates built on one revision would.
     std::istringstream body(library::parseNote(library.read("Contended.md"), "", std::nullopt, "").content);
     std::vector<int> nextLine(kWriters, 0);
-    std::set<std::string> readRevisions;
     int lines = 0;
     for (std::string line; std::getline(body, line); ++lines) {
         int writer = -1, number = -1;
-        char revision[17] = {};
-        ASSERT_EQ(std::sscanf(line.c_str(), "w%d n%d r%16s", &writer, &number, revision), 3) << line;
-        ASSERT_TRUE(writer >= 0 && writer < kWriters) << line;
+        ASSERT_TRUE(std::sscanf(line.c_str(), "w%d n%d r", &writer, &number) == 2 && writer >= 0 &&
+                    writer < kWriters)
+            << line;
         EXPECT_EQ(number, nextLine[writer]++) << line;
-        EXPECT_TRUE(readRevisions.insert(revision).second) << "two updates built on one revision: " << line;
     }
     EXPECT_EQ(lines, successes) << "updates lost";
     EXPECT_TRUE(leftovers(library).empty()) << leftovers(library).front();
     // Creates racing for one title got distinct names, numbered without a gap.
-    std::set<std::string> numbered = {"Race.md"};
-    for (int number = 2; number <= kWriters * kCreatesPerWriter; ++number)
-        numbered.insert("Race " + std::to_string(number) + ".md");
-    EXPECT_EQ(created, numbered);
+    EXPECT_EQ(created.size(), std::size_t(kWriters * kCreatesPerWriter));
+    for (int number = 1; number <= kWriters * kCreatesPerWriter; ++number)
+        EXPECT_TRUE(created.contains(number == 1 ? "Race.md" : "Race " + std::to_string(number) + ".md"));
 
     for (const auto& [revision, digest] : served)
         EXPECT_EQ(versions[revision], digest)
