@@ -171,17 +171,15 @@ TEST(FaultInjection, EveryFailedCallOfAWriteLeavesTheLibraryConsistent) {
     for (const auto& [operation, byHardLink] :
          {std::pair(Update, false), {UpdatePastADeadWriter, false}, {Create, false}, {Create, true}}) {
         SCOPED_TRACE(kOperations[operation] + std::string(byHardLink ? " by a hard link" : ""));
-        auto steps = traceOf(operation, {});
-        std::uint64_t from = 1;
-        std::vector<sys::Fault> before;
+        std::vector<sys::Fault> before; // by a hard link: the exclusive rename refused as unsupported
+        auto steps = traceOf(operation, before);
         if (byHardLink) {
-            from += std::ranges::find_if(steps,
-                                         [](const Step& s) { return s.call.call == Call::RenameNoReplace; }) -
-                    steps.begin();
-            before = {{from, EINVAL}};
-            steps = traceOf(Create, before);
-            ASSERT_EQ(steps.at(from++).call.call, Call::Link);
+            const auto rename =
+                std::ranges::find(steps, Call::RenameNoReplace, [](auto& s) { return s.call.call; });
+            before = {{std::uint64_t(rename - steps.begin()) + 1, EINVAL}};
+            ASSERT_EQ((steps = traceOf(Create, before)).at(before[0].call).call.call, Call::Link);
         }
+        const std::uint64_t from = before.empty() ? 1 : before[0].call + 1; // the hard link's number
         // Every kind of outcome is on the way, and the dead writer's lock is moved aside: the trials
         // cover every path of the write. One durable write a change: the note's file and then its
         // folder reach the disk, and nothing of the lock or the marker waits for it.

@@ -10,8 +10,6 @@ namespace {
 
 namespace stdfs = std::filesystem;
 
-const std::string kId = "0F0E0D0C-0B0A-4988-8766-554433221100",
-                  kAttachments = "Vorlo Data/Attachments/" + kId + "/";
 const std::string kMarker = "HOSTILE-MARKER";
 
 TEST(HostileLibrary, NeitherSwappedEntriesNorClimbingPathsLeadOutside) {
@@ -20,10 +18,8 @@ TEST(HostileLibrary, NeitherSwappedEntriesNorClimbingPathsLeadOutside) {
     // note-shaped, so that a leak would be taken for a note.
     TempLibrary library;
     const std::string outside = library.root() + "/Outside/", evil = library.root() + "/Library-evil/";
-    library.write("Note.md", "---\nid: " + kId + "\ntitle: \"Note\"\n---\nInside body");
+    writeNoteWithAttachments(library);
     library.write("Folder/Inner.md", "Inner body");
-    library.write(kAttachments + "photo.png", "inside png");
-    library.write(kAttachments + "text.txt", "inside text");
     stdfs::create_directories(outside + "folder/Sub");
     for (const std::string& name :
          {outside + "note.md", outside + "folder/Inner.md", outside + "folder/Note.md", outside + "photo.png",

@@ -74,9 +74,7 @@ std::string signature(const std::optional<std::string>& line) {
 
 TEST(ProtocolProperty, EveryRequestOfARandomStreamIsAnsweredOnceInOrder) {
     TempLibrary library;
-    const std::string id = "0F0E0D0C-0B0A-4988-8766-554433221100";
-    library.write("Note.md", "---\nid: " + id + "\ntitle: \"Note\"\n---\nbody");
-    library.write("Vorlo Data/Attachments/" + id + "/photo.png", "png");
+    writeNoteWithAttachments(library);
     std::mt19937 random(20240501);
     std::vector<std::pair<std::string, std::string>> lines(
         sizeFromEnvironment("VORLO_PROTOCOL_LINES", 100000, 1000000));

@@ -78,6 +78,15 @@ inline std::map<std::string, std::string> snapshot(const std::string& root, std:
     return state;
 }
 
+// A note, "Note.md", with the attachments photo.png and text.txt.
+inline const std::string kNoteId = "0F0E0D0C-0B0A-4988-8766-554433221100",
+                         kAttachments = "Vorlo Data/Attachments/" + kNoteId + "/";
+inline void writeNoteWithAttachments(const TempLibrary& library) {
+    library.write("Note.md", "---\nid: " + kNoteId + "\ntitle: \"Note\"\n---\nInside body");
+    for (const char* name : {"photo.png", "text.txt"})
+        library.write(kAttachments + name, "inside");
+}
+
 // A stress test's size: the environment variable `name` when set, else `usual`, or `longer` under
 // VORLO_LONG_TESTS=1, which searches further for rare interleavings.
 inline int sizeFromEnvironment(const char* name, int usual, int longer) {
