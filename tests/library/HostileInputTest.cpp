@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <pthread.h>
 #include <tuple>
 
 namespace vorlo::testing {
@@ -45,29 +43,6 @@ TEST(HostileInput, LongQueriesLongTitlesAndRepeatedTagsKeepTheirOutcome) {
         EXPECT_EQ(found["total_matches"] == 0 ? Json() : found["notes"][0][tags ? "tags" : "snippet"],
                   expected);
     }
-}
-
-// An old lock without a record, holding a chain of folders with a link to the library's parent at
-// the bottom, goes on a thread whose small stack would not hold a frame a level.
-TEST(HostileInput, AnAbandonedLockOfAnyDepthGoesWithoutFollowingItsLink) {
-    TempLibrary library;
-    library.link("Vorlo Data/Locks/Library Mutation.lock" + repeated("/d", 600) + "/outside", library.root());
-    writeFile(library.root() + "/Keep", "kept");
-    library.touch("Vorlo Data/Locks/Library Mutation.lock", std::time(nullptr) - 3600);
-    Json reply;
-    std::function<void()> create = [&] { reply = library.call("create_note", {{"title", "Past the lock"}}); };
-    pthread_attr_t small;
-    pthread_attr_init(&small);
-    pthread_attr_setstacksize(&small, 128 << 10);
-    pthread_t thread;
-    const auto run =
-        +[](void* work) -> void* { return (*static_cast<std::function<void()>*>(work))(), nullptr; };
-    ASSERT_EQ(pthread_create(&thread, &small, run, &create), 0);
-    pthread_join(thread, nullptr);
-    EXPECT_EQ(reply["result"]["structuredContent"]["created"], true);
-    // The lock's folder and all it held are gone, the marker alone stays, and nothing outside changed.
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(library.path("Vorlo Data/Locks")), {}), 1);
-    EXPECT_EQ(readFile(library.root() + "/Keep"), "kept");
 }
 
 } // namespace

@@ -5,12 +5,14 @@
 #include "platform/Folder.h"
 
 #include "support/IoMode.h"
+#include "support/Repeated.h"
 #include "support/TempLibrary.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <pthread.h>
 #include <sys/stat.h>
 
 namespace vorlo::fs {
@@ -37,14 +39,15 @@ TEST(Files, PathArithmetic) {
 // umask. What path-based writing gets wrong: the folder is swapped for a link to outside between the
 // moment it was opened and the moment it is written into; writes land in the folder opened, and a
 // walk that starts afterwards, like every walk, refuses the link instead of following it. (Reading
-// itself is pinned by the batch reader's test, against the reader of one file.)
+// itself is pinned by the batch reader's test, against the reader of one file.) A tree goes without
+// following its links, even a chain planted deeper than a small stack would hold a frame a level.
 TEST(Folder, PlacesFilesAndMakesPrivateFoldersAndNeverWritesOrWalksThroughALink) {
     TempLibrary library;
     library.write("../outside/keep.txt", "keep");
     library.write("../outside/Plan.md", "outside");
     library.write("Notes/Plan.md", "old");
     library.link("alias", library.root() + "/outside");
-    library.link("doomed/link", library.root() + "/outside");
+    library.link("doomed" + repeated("/d", 600) + "/link", library.root() + "/outside");
     EXPECT_EQ(linkStatus(library.path("alias"))->kind, EntryKind::SymbolicLink);
     EXPECT_EQ(resolvedPath(library.path("alias/missing/x.png")),
               resolvedPath(library.root() + "/outside") + "/missing/x.png");
@@ -88,7 +91,17 @@ TEST(Folder, PlacesFilesAndMakesPrivateFoldersAndNeverWritesOrWalksThroughALink)
         EXPECT_FALSE(root.descend(path, missing, &error)) << path;
         EXPECT_EQ(error, expected) << path;
     }
-    EXPECT_EQ(root.removeTree("a") + root.removeTree("doomed"), 0);
+    int removed = -1;
+    auto removeBoth = [&] { removed = root.removeTree("a") + root.removeTree("doomed"); };
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, 64 << 10);
+    pthread_t thread;
+    const auto run =
+        +[](void* work) -> void* { return (*static_cast<decltype(removeBoth)*>(work))(), nullptr; };
+    ASSERT_EQ(pthread_create(&thread, &small, run, &removeBoth), 0);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(removed, 0);
     EXPECT_FALSE(library.exists("a") || library.exists("doomed"));
     EXPECT_EQ(library.read("../outside/keep.txt") + library.read("../outside/Plan.md"), "keepoutside");
     EXPECT_EQ(listDirectory(library.root() + "/outside")->size(), 2u);

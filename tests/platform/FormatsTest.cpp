@@ -1,4 +1,5 @@
 #include "platform/Crypto.h"
+#include "platform/Json.h"
 #include "platform/Time.h"
 
 #include <gtest/gtest.h>
@@ -40,13 +41,35 @@ TEST(Crypto, Sha256Base64AndCanonicalUpperCaseVersionFourUuids) {
     EXPECT_EQ(text[14], '4');
     EXPECT_EQ(text, Uuid::parse(text)->text());
     EXPECT_NE(text, Uuid::random().text());
-    EXPECT_EQ(Uuid::parse("0a1b2c3d-4e5f-6a7b-8c9d-0e1f2a3b4c5d")->text(),
-              "0A1B2C3D-4E5F-6A7B-8C9D-0E1F2A3B4C5D");
-    // clang-format off
-    for (const char* bad : {"1234", "0a1b2c3d4e5f6a7b8c9d0e1f2a3b4c5d", "0a1b2c3d-4e5f-6a7b-8c9d-0e1f2a3b4c5g",
-                            "{0a1b2c3d-4e5f-6a7b-8c9d-0e1f2a3b4c5d}",
+    // Upper case, a short text and braces are the note parser's rows.
+    for (const char* bad : {"0a1b2c3d4e5f6a7b8c9d0e1f2a3b4c5d", "0a1b2c3d-4e5f-6a7b-8c9d-0e1f2a3b4c5g",
                             "0a1b2c3d-4e5f-6a7b-8c9d0-e1f2a3b4c5d"})
         EXPECT_EQ(Uuid::parse(bad), std::nullopt) << bad;
+}
+
+// What a document may be, nested to the limit and no deeper, is held against the JSON parser by the
+// json_string fuzz target.
+TEST(Json, WritingRefusesInvalidUtf8AndHeaderStringsEscapeSlashes) {
+    EXPECT_EQ(writeCompactJson(Json{{"a", "é/"}}), "{\"a\":\"é/\"}");
+    EXPECT_EQ(writeCompactJson(Json{{"a", std::string("\xff")}}), std::nullopt);
+    EXPECT_EQ(writePrettyJson(Json{{"a", std::string("\xff")}}), "{}");
+    EXPECT_EQ(writePrettyJson(Json{{"b", 1}, {"a", 2}}), "{\n  \"a\": 2,\n  \"b\": 1\n}");
+    EXPECT_EQ(encodeHeaderJsonString("a/b \"q\" \\ é\n\t\x01"), "\"a\\/b \\\"q\\\" \\\\ é\\n\\t\\u0001\"");
+    EXPECT_EQ(encodeHeaderJsonStringArray({"a/b", "Ü"}), "[\"a\\/b\",\"Ü\"]");
+}
+
+// The header values a note may hold (bare words, trailing text, arrays of other things) are the note
+// parser's table; here, the rest.
+TEST(Json, DecodesOneStringOrOneArrayOfStringsAndNumbersTruncateAndSaturate) {
+    for (const char* bad : {"1", "null", "[\"a\"]", "\"\\x\"", "\"a"})
+        EXPECT_EQ(decodeJsonString(bad), std::nullopt) << bad;
+    EXPECT_EQ(decodeJsonStringArray("\"a\""), std::nullopt);
+    EXPECT_EQ(decodeJsonStringArray(""), std::nullopt);
+    const long long most = std::numeric_limits<long long>::max();
+    // clang-format off
+    for (const auto& [value, integer] : {std::pair(Json(2.9), 2LL), {Json(-2.9), -2}, {Json(true), 1},
+             {Json::parse("1e300"), most}, {Json::parse("18446744073709551615"), most}})
+        EXPECT_EQ(integerValue(value), integer) << value.dump();
     // clang-format on
 }
 
