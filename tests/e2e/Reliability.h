@@ -48,17 +48,29 @@ inline Json succeeded(const Json& result) {
     return result.value("structuredContent", Json::object());
 }
 
+// The arguments of an update of `path` on the revision now on disk, with `changes`.
+inline Json updateOf(const TempLibrary& library, const std::string& path, Json changes) {
+    changes["path"] = path, changes["expected_revision"] = sha256Hex(library.read(path));
+    return changes;
+}
+
+// A writer's temporary file, and (by library-relative path) a lock moved aside to be removed.
+inline bool isTemporary(std::string_view path) {
+    return path.substr(path.rfind('/') + 1).starts_with(".Vorlo MCP ");
+}
+inline bool isMovedAside(std::string_view path) {
+    return path.starts_with("Vorlo Data/Locks/Released ") || path.starts_with("Vorlo Data/Locks/Abandoned ");
+}
+
 // Everything a writer must never leave behind: a held lock, a lock moved aside, a temporary file.
 inline std::vector<std::string> leftovers(const TempLibrary& library) {
     std::vector<std::string> found;
     std::error_code error;
     for (auto it = std::filesystem::recursive_directory_iterator(library.library(), error);
-         it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-        const std::string name = it->path().filename().string();
-        if (name == "Library Mutation.lock" || name.starts_with("Abandoned ") ||
-            name.starts_with("Released ") || name.starts_with(".Vorlo MCP "))
-            found.push_back(it->path().string().substr(library.library().size() + 1));
-    }
+         it != std::filesystem::recursive_directory_iterator(); it.increment(error))
+        if (std::string path = it->path().string().substr(library.library().size() + 1);
+            path == kLock || isTemporary(path) || isMovedAside(path))
+            found.push_back(path);
     return found;
 }
 
