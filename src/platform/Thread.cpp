@@ -1,6 +1,7 @@
 // Threads placed on a processor of their own, over POSIX threads.
 #include "platform/Thread.h"
 
+#include <cerrno>
 #include <memory>
 #include <pthread.h>
 #include <sched.h>
@@ -52,8 +53,15 @@ Thread::Thread(std::function<void()> work, unsigned offset) {
     }
 #endif
     pthread_t id;
-    const int error = pthread_create(&id, &attributes, run, start.get());
+    int error = pthread_create(&id, &attributes, run, start.get());
     pthread_attr_destroy(&attributes);
+#ifdef __linux__
+    // The chosen processor may have left the set allowed since the mask was read: start anywhere.
+    if (error == EINVAL && start->placed) {
+        start->placed = false;
+        error = pthread_create(&id, nullptr, run, start.get());
+    }
+#endif
     if (error != 0) throw std::system_error(error, std::generic_category(), "A thread could not be started");
     start.release(); // now the thread's
     id_ = id;
