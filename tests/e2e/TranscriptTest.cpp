@@ -39,6 +39,8 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+
 namespace vorlo::testing {
 namespace {
 
@@ -129,13 +131,13 @@ class Session {
         std::string host = process::hostName(), upper = host;
         std::ranges::transform(host, upper.begin(), [](unsigned char c) { return std::toupper(c); });
         // clang-format off
-        const std::string values[] = {library_.library(), library_.root(), VORLO_SOURCE_DIR,
-            last_.value("id", ""), last_.value("modified", ""), last_.value("revision", ""), host, upper,
-            std::to_string(::getpid())};
-        for (std::size_t i = 0; const char* name :
-             {"$LIB", "$ROOT", "$SRC", "{id}", "{modified}", "{revision}", "{host}", "{HOST}", "{pid}"})
-            replaceAll(text, name, values[i++]);
+        const std::pair<const char*, std::string> values[] = {{"$LIB", library_.library()},
+            {"$ROOT", library_.root()}, {"$SRC", VORLO_SOURCE_DIR}, {"{id}", last_.value("id", "")},
+            {"{modified}", last_.value("modified", "")}, {"{revision}", last_.value("revision", "")},
+            {"{host}", host}, {"{HOST}", upper}, {"{pid}", std::to_string(::getpid())}};
         // clang-format on
+        for (const auto& [name, value] : values)
+            replaceAll(text, name, value);
         for (std::size_t at; (at = text.find("{rev:")) != std::string::npos;) {
             const std::size_t end = text.find('}', at);
             text.replace(at, end + 1 - at, sha256Hex(library_.read(text.substr(at + 5, end - at - 5))));
@@ -192,61 +194,56 @@ class Session {
             mark = std::min(mark, argument.find(arrow));
         const std::string request = argument.substr(0, mark),
                           expectation = argument.substr(std::min(mark, argument.size()));
-        if (word == "file") {
-            for (const std::string& each : split(path, " | "))
-                library_.write(unescape(each), content());
-        } else if (word == "link") {
-            library_.link(cut(argument, " -> ").first, *cut(argument, " -> ").second);
-        } else if (word == "folder") {
-            library_.makeFolder(argument);
-        } else if (word == "rm") {
-            EXPECT_TRUE(library_.exists(argument));
-            std::filesystem::remove_all(library_.path(argument));
-        } else if (word == "mode") {
-            for (const std::string& each : split(path, " | "))
-                EXPECT_EQ(modeOf(library_.path(each)), std::stoul(content(), nullptr, 8)) << each;
-        } else if (word == "prefs") {
-            library_.writePreferencesText(unescape(argument));
-        } else if (word == "prefs-path") {
-            preferencesPath_ = argument == "unset" ? std::nullopt : std::optional(argument);
-        } else if (word == "env") {
-            environment_.push_back(argument);
-        } else if (word == "sh") {
-            const auto [status, output] = cut(expectation.substr(4), " "); // after " => "
-            const std::string log = library_.root() + "/sh.log";
-            const int code = std::system((request + " >'" + log + "' 2>&1").c_str());
-            EXPECT_EQ(WIFEXITED(code) ? WEXITSTATUS(code) : -1, std::stoi(status)) << readFile(log);
-            EXPECT_THAT(readFile(log), ::testing::HasSubstr(output.value_or("")));
-        } else if (word == ">|") {
-            server().send(unescape(argument));
-            EXPECT_EQ(server().readLine(std::chrono::milliseconds(100)), std::nullopt);
-        } else if (word == "=>" || word == "~>") {
-            expect(reply(), " " + line);
-        } else if (word == "eof") {
-            server().closeInput();
-        } else if (word == "exit") {
-            const auto [status, message] = cut(argument, " ");
-            EXPECT_EQ(server().finish(), std::stoi(status));
-            EXPECT_EQ(server().standardError(), message ? unescape(*message) + "\n" : "");
-            EXPECT_EQ(server().unread(), "");
-            server_.reset();
-        } else if (word == "is") {
-            EXPECT_EQ(library_.read(path), content());
-        } else if (word == "absent") {
-            EXPECT_FALSE(library_.exists(argument));
-        } else if (word == ">") {
-            for (const std::string& each : split(request, " | ")) {
+        const auto forEach = [](const std::string& list, auto action) {
+            for (const std::string& each : split(list, " | "))
+                action(each);
+        };
+        // clang-format off
+        const std::map<std::string_view, std::function<void()>> kinds = {
+            {"file", [&] { forEach(path, [&](auto& each) { library_.write(unescape(each), content()); }); }},
+            {"link", [&] { library_.link(cut(argument, " -> ").first, *cut(argument, " -> ").second); }},
+            {"folder", [&] { library_.makeFolder(argument); }},
+            {"rm", [&] {
+                EXPECT_TRUE(library_.exists(argument));
+                std::filesystem::remove_all(library_.path(argument)); }},
+            {"mode", [&] { forEach(path, [&](auto& each) {
+                EXPECT_EQ(modeOf(library_.path(each)), std::stoul(content(), nullptr, 8)) << each; }); }},
+            {"prefs", [&] { library_.writePreferencesText(unescape(argument)); }},
+            {"prefs-path", [&] {
+                preferencesPath_ = argument == "unset" ? std::nullopt : std::optional(argument); }},
+            {"env", [&] { environment_.push_back(argument); }},
+            {"sh", [&] {
+                const auto [status, output] = cut(expectation.substr(4), " "); // after " => "
+                const std::string log = library_.root() + "/sh.log";
+                const int code = std::system((request + " >'" + log + "' 2>&1").c_str());
+                EXPECT_EQ(WIFEXITED(code) ? WEXITSTATUS(code) : -1, std::stoi(status)) << readFile(log);
+                EXPECT_THAT(readFile(log), ::testing::HasSubstr(output.value_or(""))); }},
+            {">|", [&] {
+                server().send(unescape(argument));
+                EXPECT_EQ(server().readLine(std::chrono::milliseconds(100)), std::nullopt); }},
+            {"=>", [&] { expect(reply(), " " + line); }},
+            {"~>", [&] { expect(reply(), " " + line); }},
+            {"eof", [&] { server().closeInput(); }},
+            {"exit", [&] {
+                const auto [status, message] = cut(argument, " ");
+                EXPECT_EQ(server().finish(), std::stoi(status));
+                EXPECT_EQ(server().standardError(), message ? unescape(*message) + "\n" : "");
+                EXPECT_EQ(server().unread(), "");
+                server_.reset(); }},
+            {"is", [&] { EXPECT_EQ(library_.read(path), content()); }},
+            {"absent", [&] { EXPECT_FALSE(library_.exists(argument)); }},
+            {">", [&] { forEach(request, [&](auto& each) {
                 server().send(unescape(each) + "\n");
-                if (!expectation.empty()) expect(reply(), expectation);
-            }
-        } else {
-            for (const std::string& each : split(request, " | ")) { // no expectation: any success
-                const auto start = Clock::now();
-                const Json outcome = toolOutcome(server().call(word, Json::parse(each)));
-                EXPECT_TRUE(outcome != kBusy || Clock::now() - start >= 900ms) << "busy without waiting";
-                expect(outcome, expectation.empty() ? R"( ~> {"error":null})" : expectation);
-            }
-        }
+                if (!expectation.empty()) expect(reply(), expectation); }); }},
+        };
+        // clang-format on
+        if (const auto kind = kinds.find(word); kind != kinds.end()) return kind->second();
+        forEach(request, [&](auto& each) { // any other word names a tool; no expectation: any success
+            const auto start = Clock::now();
+            const Json outcome = toolOutcome(server().call(word, Json::parse(each)));
+            EXPECT_TRUE(outcome != kBusy || Clock::now() - start >= 900ms) << "busy without waiting";
+            expect(outcome, expectation.empty() ? R"( ~> {"error":null})" : expectation);
+        });
     }
 
     TempLibrary library_;
